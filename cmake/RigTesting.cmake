@@ -1,0 +1,30 @@
+# rig_add_test(<name> SOURCES <src...> [LIBS <lib...>] LABELS <label...> [NETNS] [ENV <k=v...>] [TIMEOUT <s>])
+#
+# Builds one test executable and registers it with CTest. NETNS runs it in a
+# private network namespace with only loopback up, so tests that bind fixed
+# ports (20000, 9998, 9999) never collide with each other under parallel CTest
+# or with a server already running on the machine.
+set(RIG_NETNS_RUN ${CMAKE_CURRENT_LIST_DIR}/../tests/netns_run.sh CACHE INTERNAL "")
+
+function(rig_add_test name)
+    cmake_parse_arguments(T "NETNS;NOGTEST" "TIMEOUT" "SOURCES;LIBS;LABELS;ENV" ${ARGN})
+    add_executable(${name} ${T_SOURCES})
+    target_link_libraries(${name} PRIVATE ${T_LIBS})
+    if(NOT T_NOGTEST)
+        find_package(GTest REQUIRED)
+        target_link_libraries(${name} PRIVATE GTest::gtest GTest::gtest_main GTest::gmock)
+    endif()
+    if(T_NETNS)
+        add_test(NAME ${name} COMMAND ${RIG_NETNS_RUN} $<TARGET_FILE:${name}>)
+    else()
+        add_test(NAME ${name} COMMAND ${name})
+    endif()
+    if(NOT T_TIMEOUT)
+        set(T_TIMEOUT 300)
+    endif()
+    set_tests_properties(${name} PROPERTIES LABELS "${T_LABELS}" TIMEOUT ${T_TIMEOUT}
+        WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
+    if(T_ENV)
+        set_tests_properties(${name} PROPERTIES ENVIRONMENT "${T_ENV}")
+    endif()
+endfunction()
