@@ -1,0 +1,79 @@
+#pragma once
+// What each check measured and decided. The report lines, the terminal text
+// and the JSON of the headless front end are all made from these records, so
+// the three never disagree. Each check resets its record when it starts and
+// sets `ran` when it has written its verdict.
+#include <cstdint>
+#include <vector>
+
+#include "share/common/TString.h"
+
+struct SystemResult
+{
+    bool ran = false;
+    bool osPassed = false;
+    std::uint32_t cpuHeadingMhz = 0; // first measurement (shown in the heading)
+    std::int32_t cpuSpeedMhz = 0;    // second measurement (the verdict's)
+    bool cpuPassed = false;
+    bool videoProbeOk = false;       // false: the verdict is "error!"
+    std::uint32_t videoMemoryMb = 0; // report megabytes (1,024,000 bytes)
+    bool videoPassed = false;        // false also when the probe failed
+    std::uint32_t systemMemoryMb = 0;
+    bool memoryPassed = false;
+};
+
+struct FirewallResult
+{
+    bool ran = false;
+    bool comFailed = false;        // "Failed to init COM" was printed
+    std::int32_t comHresult = 0;
+    bool profileFound = false;     // a firewall manager answered
+    bool passed = false;           // no red "failed" was printed
+    int result = 0;                // 3: offer the "Windows Firewall off" button
+};
+
+struct TcpResult
+{
+    bool ran = false;
+    bool connected = false;
+    bool uploadCompleted = false;
+    double uploadBytesPerSec = 0.0;
+    double downloadBytesPerSec = 0.0;
+    float uploadKBs = 0.0f;        // as printed: bytes/s x (1/1024) in single precision
+    float downloadKBs = 0.0f;
+    bool passed = false;           // no failure line was printed
+    tstring failure;               // what escaped the worker, if anything did
+};
+
+struct UdpResult
+{
+    bool ran = false;
+    int sent = 0;
+    int answered = 0;
+    int lost = 0;
+    double lossPercent = 0.0;
+    std::int32_t minPingMs = -1;
+    std::int32_t avgPingMs = -1;
+    std::int32_t maxPingMs = -1;
+    bool passed = false;           // nothing was lost
+    tstring failure;               // what escaped the worker, if anything did
+};
+
+struct PortsResult
+{
+    bool ran = false;
+    std::int32_t firstPort = 0;    // m_CheckPortMin
+    std::int32_t endPort = 0;      // m_CheckPortMax (not probed)
+    int probed = 0;
+    std::vector<std::int32_t> busyPorts;
+    bool passed = false;           // no port was busy
+};
+
+struct CheckResults
+{
+    SystemResult system;
+    FirewallResult firewall;
+    TcpResult tcp;
+    UdpResult udp;
+    PortsResult ports;
+};
