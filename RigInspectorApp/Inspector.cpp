@@ -1,0 +1,3 @@
+#include "Inspector.h"
+
+Inspector g_inspector;
