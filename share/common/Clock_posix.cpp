@@ -24,7 +24,8 @@ std::atomic<std::uint32_t> g_bias{0};
 
 std::uint32_t GetTickCount()
 {
-    return static_cast<std::uint32_t>(MonotonicMilliseconds() - g_origin) + g_bias.load(std::memory_order_relaxed);
+    return static_cast<std::uint32_t>(MonotonicMilliseconds() - g_origin) +
+           g_bias.load(std::memory_order_relaxed);
 }
 
 void SetTickCountBiasForTesting(std::uint32_t bias)
@@ -34,7 +35,8 @@ void SetTickCountBiasForTesting(std::uint32_t bias)
 
 void Sleep(std::uint32_t milliseconds)
 {
-    timespec ts{static_cast<time_t>(milliseconds / 1000u), static_cast<long>(milliseconds % 1000u) * 1000000L};
+    timespec ts{static_cast<time_t>(milliseconds / 1000u),
+                static_cast<long>(milliseconds % 1000u) * 1000000L};
     while (nanosleep(&ts, &ts) != 0 && errno == EINTR)
     {
     }
