@@ -1,0 +1,95 @@
+#include "ServerOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <asio/ip/address_v4.hpp>
+#include <cstdio>
+
+namespace
+{
+const char* const kProgram = "rig_test_server";
+}
+
+void LogLine(const std::string& line)
+{
+    std::fwrite(line.data(), 1, line.size(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
+{
+    CLI::App app{"Reference server for Rig Inspector's TCP speed test and UDP echo test.", kProgram};
+    app.set_version_flag("--version", std::string(kProgram) + " " + RIG_VERSION);
+
+    app.add_option("-a,--address", o.m_Address, "IPv4 address to listen on")->capture_default_str();
+    app.add_option("--tcp-port", o.m_TcpPort, "TCP port of the speed test")->capture_default_str();
+    app.add_option("--udp-port", o.m_UdpPort, "UDP port the pings come to")->capture_default_str();
+    app.add_option("--pong-port", o.m_PongPort, "UDP port on the sender's address the pongs go to")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 65535));
+    app.add_option("--max-connections", o.m_MaxConnections,
+                   "TCP connections served at once; more are refused")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 1000000u));
+    app.add_option("--idle-timeout-ms", o.m_IdleTimeoutMs,
+                   "drop a connection that moved no byte either way for this long")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber);
+    app.add_option("--session-limit-ms", o.m_SessionLimitMs, "drop a connection that lasts longer than this")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber);
+    app.add_option("--upload-silence-ms", o.m_UploadSilenceMs,
+                   "start the download when the upload has been silent this long")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber);
+    app.add_option(
+           "--upload-limit-ms", o.m_UploadLimitMs,
+           "start the download this long after the connection at the latest (the client's upload limit)")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber);
+    app.add_option("--rate-limit", o.m_RateLimit, "pongs per second to one source address (0: no limit)")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0, 1e9));
+    app.add_option("--rate-burst", o.m_RateBurst, "pongs one source address may get at once")
+        ->capture_default_str()
+        ->check(CLI::Range(1.0, 1e9));
+
+    auto* faults = "Fault modes (for tests and benchmarks)";
+    app.add_flag("--silent", o.m_bSilent, "accept and take the upload, never send")->group(faults);
+    app.add_option("--stop-reading-after", o.m_StopReadingAfter,
+                   "stop reading after N bytes, with a small receive buffer, until the download is sent")
+        ->group(faults)
+        ->check(CLI::PositiveNumber);
+    app.add_option("--close-after", o.m_CloseAfter, "close after sending N bytes")
+        ->group(faults)
+        ->check(CLI::PositiveNumber);
+    app.add_option("--drop-every", o.m_DropEvery, "leave every Nth valid ping unanswered")
+        ->group(faults)
+        ->check(CLI::PositiveNumber);
+    app.add_option("--pong-delay", o.m_PongDelayMs, "delay every pong by N milliseconds")->group(faults);
+    app.add_flag("--malformed-pongs", o.m_bMalformedPongs, "answer with pongs the client must reject")
+        ->group(faults);
+
+    try
+    {
+        app.parse(argc, argv);
+        std::error_code ec;
+        asio::ip::make_address_v4(o.m_Address, ec);
+        if (ec)
+            throw CLI::ValidationError("--address", "'" + o.m_Address + "' is not an IPv4 address");
+    }
+    catch (const CLI::CallForHelp& e)
+    {
+        return app.exit(e);
+    }
+    catch (const CLI::CallForVersion& e)
+    {
+        return app.exit(e);
+    }
+    catch (const CLI::ParseError& e)
+    {
+        std::fprintf(stderr, "%s: %s (see --help)\n", kProgram, e.what());
+        return 2;
+    }
+    return -1;
+}
