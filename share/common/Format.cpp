@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <type_traits>
 
 #include "Assert.h"
 
@@ -43,6 +44,7 @@ struct Spec
     bool leftAlign = false;
     int width = -1;
     int precision = -1;
+    bool shortInteger = false;
     char16_t conversion = 0;
 };
 
@@ -138,10 +140,10 @@ private:
             else
                 spec.precision = ReadNumber(p);
         }
-        // h and l change nothing: every integer here is 32 bits and every
-        // string wide.
-        while (*p == u'h' || *p == u'l')
-            ++p;
+        // l changes nothing: every integer here is 32 bits and every string
+        // wide. h narrows an integer to 16 bits, as in C.
+        for (; *p == u'h' || *p == u'l'; ++p)
+            spec.shortInteger = spec.shortInteger || *p == u'h';
         spec.leftAlign = spec.flags.find('-') != std::string::npos;
         spec.conversion = *p;
         // An unknown conversion (or a format ending in '%') is a fault of the
@@ -225,6 +227,8 @@ private:
             narrowFormat += std::to_string(spec.width);
         if (spec.precision >= 0)
             narrowFormat += "." + std::to_string(spec.precision);
+        if (spec.shortInteger && !std::is_floating_point_v<Value>)
+            narrowFormat.push_back('h');
         narrowFormat.push_back(static_cast<char>(spec.conversion));
 
         char small[128];

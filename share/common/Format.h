@@ -62,7 +62,7 @@ using FormatArgs = std::span<const FormatArg>;
 
 /// Formats into at most maxChars characters: longer output is cut to its first
 /// maxChars characters, never written past. Supported: flags "-+ 0#", width
-/// and precision (digits or '*'), the length modifiers h, l (both 32-bit here),
+/// and precision (digits or '*'), the length modifiers h (16-bit) and l (32-bit here),
 /// the conversions d i u x X o c s f F e E g G and %%. A missing argument or a
 /// conversion that does not match its argument's kind is an assertion failure.
 tstring FormatLimited(std::size_t maxChars, const char16_t* format, FormatArgs args);
@@ -79,7 +79,8 @@ template <class... Args> tstring FormatString(const char16_t* format, const Args
 
 /// The same engine with a caller's limit (the report's 512-character buffer
 /// holds at most 511 characters and the terminating zero).
-template <class... Args> tstring FormatStringN(std::size_t maxChars, const char16_t* format, const Args&... args)
+template <class... Args>
+tstring FormatStringN(std::size_t maxChars, const char16_t* format, const Args&... args)
 {
     const std::array<FormatArg, sizeof...(Args)> list{FormatArg(args)...};
     return FormatLimited(maxChars, format, FormatArgs(list.data(), list.size()));

@@ -1,0 +1,157 @@
+#include "MPool.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TempWorkingDirectory.h"
+
+namespace
+{
+/// A resource that counts the live ones, so ownership mistakes show.
+struct Item
+{
+    Item() { ++s_Live; }
+    virtual ~Item() { --s_Live; }
+    int m_Value = 0;
+    static inline std::atomic<int> s_Live{0};
+};
+
+using Pool = zul::MPool<Item, zul::NewAllocator<Item>, zul::NoLock>;
+using ThreadedPool = zul::MThreadedPool<Item, zul::NewAllocator<Item>>;
+
+std::string ExpressionOf(const zul::AssertionFailure& failure)
+{
+    const std::string record = failure.what();
+    const auto start = record.find("\n\t") + 2;
+    return record.substr(start, record.find('\n', start) - start);
+}
+
+#define EXPECT_ASSERTION(statement, expression)                                                              \
+    try                                                                                                      \
+    {                                                                                                        \
+        statement;                                                                                           \
+        ADD_FAILURE() << "no assertion failure";                                                             \
+    }                                                                                                        \
+    catch (const zul::AssertionFailure& failure)                                                             \
+    {                                                                                                        \
+        EXPECT_EQ(ExpressionOf(failure), expression);                                                        \
+    }
+
+class PoolTest : public ::testing::Test
+{
+protected:
+    void TearDown() override { EXPECT_EQ(Item::s_Live, 0); }
+    TempWorkingDirectory m_Directory;
+};
+} // namespace
+
+TEST_F(PoolTest, ReleasedResourcesAreReusedOldestFirst)
+{
+    Pool pool(0);
+    Item* a = pool.Acquire();
+    EXPECT_EQ(pool.GetResourceCount(), 1u);
+    EXPECT_EQ(pool.GetFreeResourceCount(), 0u);
+    Item* const first = a;
+    a->m_Value = 7;
+    pool.Release(a);
+    EXPECT_EQ(a, nullptr);
+    EXPECT_EQ(pool.GetResourceCount(), 1u);
+    EXPECT_EQ(pool.GetFreeResourceCount(), 1u);
+
+    Item* again = pool.Acquire();
+    EXPECT_EQ(again, first);
+    EXPECT_EQ(again->m_Value, 7); // handed out as it was given back
+
+    Item* b = pool.Acquire();
+    Item* const firstB = b;
+    pool.Release(again);
+    pool.Release(b);
+    EXPECT_EQ(pool.Acquire(), first);
+    EXPECT_EQ(pool.Acquire(), firstB);
+    EXPECT_EQ(Item::s_Live, 2); // never more than were in use at once
+}
+
+TEST_F(PoolTest, BrokenRulesAreAssertionFailuresThatChangeNothing)
+{
+    Pool pool(3);
+    EXPECT_EQ(pool.GetResourceCount(), 3u);
+    EXPECT_EQ(pool.GetFreeResourceCount(), 3u);
+
+    Item* none = nullptr;
+    EXPECT_ASSERTION(pool.Release(none), "pResource != NULL");
+    EXPECT_ASSERTION(pool.Preallocate(1), "m_Resources.size() == 0");
+    EXPECT_ASSERTION(Pool::DeleteResource(none), "pResource!=NULL");
+    EXPECT_EQ(pool.GetResourceCount(), 3u);
+    EXPECT_EQ(pool.GetFreeResourceCount(), 3u);
+
+    const std::string log = TempWorkingDirectory::ReadLog();
+    EXPECT_NE(log.find("\tpResource!=NULL\n"), std::string::npos);
+}
+
+TEST_F(PoolTest, DeletingThePoolDeletesResourcesStillInUse)
+{
+    auto* pool = new Pool(0);
+    Item* held = pool->Acquire();
+    Item* returned = pool->Acquire();
+    pool->Release(returned);
+    (void)held;
+    EXPECT_EQ(Item::s_Live, 2);
+    delete pool;
+    EXPECT_EQ(Item::s_Live, 0);
+
+    Pool cleared(2);
+    cleared.Clear();
+    EXPECT_EQ(cleared.GetResourceCount(), 0u);
+    EXPECT_EQ(cleared.GetFreeResourceCount(), 0u);
+    EXPECT_NO_THROW(cleared.Preallocate(1)); // empty again, so allowed
+}
+
+TEST_F(PoolTest, OnePoolPerTypeReachableThroughItsSingleton)
+{
+    using Instance = zul::Singleton<Pool>;
+    EXPECT_ASSERTION(Instance::GetInstance(), "cs_Singleton");
+    {
+        Pool pool(0);
+        EXPECT_EQ(Instance::GetInstance(), &pool);
+        EXPECT_ASSERTION(Pool second(0), "!cs_Singleton");
+        EXPECT_EQ(Instance::GetInstance(), &pool); // the failed second one left it alone
+    }
+    EXPECT_ASSERTION(Instance::GetInstance(), "cs_Singleton");
+
+    Pool later(0); // the type is free again once the first is gone
+    EXPECT_EQ(Instance::GetInstance(), &later);
+}
+
+TEST_F(PoolTest, ThreadedPoolIsSharedSafelyAndUnlockedAfterFailures)
+{
+    ThreadedPool pool(0);
+    zul::MPool<Item, zul::NewAllocator<Item>, zul::CriticalSection>* shared =
+        zul::Singleton<zul::MPool<Item, zul::NewAllocator<Item>, zul::CriticalSection>>::GetInstance();
+    ASSERT_EQ(shared, &pool);
+
+    Item* none = nullptr;
+    EXPECT_ASSERTION(shared->Release(none), "pResource != NULL"); // must leave the lock
+
+    constexpr int kThreads = 4;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back(
+            [shared, t]
+            {
+                for (int i = 0; i < 2000; ++i)
+                {
+                    Item* item = shared->Acquire();
+                    item->m_Value = t; // owned alone until released
+                    shared->Release(item);
+                }
+            });
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_GE(pool.GetResourceCount(), 1u);
+    EXPECT_LE(pool.GetResourceCount(), static_cast<std::size_t>(kThreads));
+    EXPECT_EQ(pool.GetFreeResourceCount(), pool.GetResourceCount());
+}
