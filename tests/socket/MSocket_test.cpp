@@ -1,0 +1,268 @@
+#include "share/socket/MSocket.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "NetTestUtil.h"
+#include "share/common/StringUtil.h"
+
+using socket_test::Connection;
+using socket_test::MakeListener;
+using zul::socket::MSocket;
+
+TEST(MSocket, LifecycleStates)
+{
+    MSocket socket(0, false);
+    EXPECT_FALSE(socket.IsValid());
+    EXPECT_FALSE(socket.IsConnected());
+    EXPECT_EQ(u"<Socket host=Unknown port=0 />", socket.ToString());
+    EXPECT_FALSE(socket.Close());
+
+    ASSERT_TRUE(socket.Create());
+    EXPECT_EQ(0, socket.GetLastError());
+    socket.SetLastError(1234);
+    EXPECT_FALSE(socket.Create()) << "a second Create must not replace the handle";
+    EXPECT_EQ(1234, socket.GetLastError());
+    EXPECT_TRUE(socket.Close());
+    EXPECT_FALSE(socket.Close());
+
+    EXPECT_TRUE(MSocket(1, false).IsOverlapped());
+    EXPECT_FALSE(MSocket(2, false).IsOverlapped());
+}
+
+TEST(MSocket, FailedAddressQueryIsCachedAsInvalid)
+{
+    MSocket socket(0, false);
+    EXPECT_EQ(u"Invalid", socket.GetLocalHost());
+    EXPECT_EQ(zul::socket::kBadHandle, socket.GetLastError());
+    socket.SetLastError(0);
+    EXPECT_EQ(u"Invalid", socket.GetLocalHost());
+    EXPECT_EQ(0, socket.GetLastError()) << "no second query";
+    EXPECT_EQ(0, socket.GetPeerPort());
+    EXPECT_EQ(zul::socket::kBadHandle, socket.GetLastError());
+}
+
+TEST(MSocket, ConnectedEndsKnowEachOther)
+{
+    Connection c;
+    ASSERT_TRUE(c.server);
+    const std::uint16_t serverPort = c.listener->GetLocalPort();
+    EXPECT_TRUE(c.client->IsConnected());
+    EXPECT_TRUE(c.server->IsConnected());
+    EXPECT_EQ(u"<Socket host=127.0.0.1 port=" + zul::ToWide(std::to_string(serverPort)) + u" />",
+              c.client->ToString());
+    EXPECT_EQ(u"127.0.0.1", c.server->GetLocalHost());
+    EXPECT_EQ(c.client->GetLocalPort(), c.server->GetPeerPort());
+
+    EXPECT_TRUE(c.client->Close());
+    EXPECT_FALSE(c.client->IsConnected());
+    EXPECT_EQ(serverPort, c.client->GetPeerPort()) << "the cached end outlives the handle";
+}
+
+TEST(MSocket, BindToAnyAsksAgainOnceConnected)
+{
+    auto listener = MakeListener();
+    MSocket client(0, true);
+    ASSERT_TRUE(client.Bind(0));
+    EXPECT_EQ(u"0.0.0.0", client.GetLocalHost());
+    EXPECT_NE(0, client.GetLocalPort());
+    ASSERT_TRUE(client.Connect(u"127.0.0.1", listener->GetLocalPort()));
+    EXPECT_EQ(u"127.0.0.1", client.GetLocalHost());
+
+    MSocket second(0, true);
+    EXPECT_FALSE(second.Bind(u"127.0.0.1", client.GetLocalPort()));
+    EXPECT_EQ(EADDRINUSE, second.GetLastError());
+}
+
+TEST(MSocket, SendAndReceiveResults)
+{
+    Connection c;
+    ASSERT_TRUE(c.server);
+    EXPECT_EQ(5, c.client->Send("hello", 5, 0));
+    char buffer[8] = {};
+    ASSERT_EQ(2, c.server->Receive(buffer, 2, 0));
+    EXPECT_EQ("he", std::string(buffer, 2));
+    EXPECT_EQ(3u, c.server->GetReadableBytes());
+    ASSERT_EQ(3, c.server->Receive(buffer, sizeof(buffer), 0));
+
+    // Nothing waiting on a non-blocking socket: 0, with the would-block code.
+    ASSERT_TRUE(c.server->SetNonBlocking());
+    EXPECT_EQ(0, c.server->Receive(buffer, sizeof(buffer), 0));
+    EXPECT_EQ(zul::socket::kWouldBlock, c.server->GetLastError());
+    ASSERT_TRUE(c.server->SetBlocking());
+
+    // The peer closed: -1, and the recorded code is left alone.
+    c.client->Close();
+    c.server->SetLastError(4321);
+    EXPECT_EQ(-1, c.server->Receive(buffer, sizeof(buffer), 0));
+    EXPECT_EQ(4321, c.server->GetLastError());
+
+    // Writing to a peer that has gone fails without killing the process.
+    int result = 0;
+    for (int i = 0; i < 100 && result >= 0; ++i)
+        result = c.server->Send("x", 1, 0);
+    EXPECT_EQ(-1, result);
+    EXPECT_TRUE(c.server->GetLastError() == EPIPE || c.server->GetLastError() == ECONNRESET)
+        << c.server->GetLastError();
+    EXPECT_EQ(0u, MSocket(0, false).GetReadableBytes());
+}
+
+TEST(MSocket, SendOnAFullNonBlockingSocketWouldBlock)
+{
+    Connection c;
+    ASSERT_TRUE(c.server);
+    c.client->SetSendBufferSize(4096);
+    ASSERT_TRUE(c.client->SetNonBlocking());
+    const std::vector<char> block(65536, 'x');
+    int result = 1;
+    for (int i = 0; i < 10000 && result > 0; ++i)
+        result = c.client->Send(block.data(), static_cast<int>(block.size()), 0);
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(zul::socket::kWouldBlock, c.client->GetLastError());
+}
+
+TEST(MSocket, ConnectFailuresAreResults)
+{
+    auto listener = MakeListener();
+    const std::uint16_t port = listener->GetLocalPort();
+    listener->Close();
+
+    MSocket refused(0, true);
+    EXPECT_FALSE(refused.Connect(u"127.0.0.1", port, 5000));
+    EXPECT_EQ(ECONNREFUSED, refused.GetLastError());
+    EXPECT_FALSE(refused.IsConnected());
+
+    // A name is not looked up: it reads as 255.255.255.255, which TCP cannot reach.
+    MSocket named(0, true);
+    EXPECT_FALSE(named.Connect(u"localhost", port, 5000));
+    EXPECT_NE(0, named.GetLastError());
+
+    MSocket none(0, false);
+    EXPECT_FALSE(none.Connect(u"127.0.0.1", port));
+    EXPECT_EQ(zul::socket::kBadHandle, none.GetLastError());
+}
+
+TEST(MSocket, ConnectToAPeerThatNeverAnswersGivesUp)
+{
+    // A listener whose accept queue is full drops further SYNs, as a host
+    // that never answers would.
+    auto listener = MakeListener(0);
+    std::vector<std::unique_ptr<MSocket>> clients;
+    bool bTimedOut = false;
+    for (int i = 0; i < 8 && !bTimedOut; ++i)
+    {
+        clients.push_back(std::make_unique<MSocket>(0, true));
+        if (!clients.back()->Connect(u"127.0.0.1", listener->GetLocalPort(), 300))
+        {
+            EXPECT_EQ(zul::socket::kTimedOut, clients.back()->GetLastError());
+            EXPECT_FALSE(clients.back()->IsConnected());
+            bTimedOut = true;
+        }
+    }
+    EXPECT_TRUE(bTimedOut);
+    EXPECT_GT(clients.size(), 1u) << "the first connection fits the queue";
+}
+
+TEST(MSocket, SendBlockToAPeerThatNeverReadsRunsOutOfTime)
+{
+    Connection c;
+    ASSERT_TRUE(c.server);
+    c.server->SetReceiveBufferSize(4096);
+    c.client->SetSendBufferSize(4096);
+    const std::vector<char> block(8 * 1024 * 1024, 'x');
+    int nSent = -1;
+    EXPECT_EQ(MSocket::SendStatus::TimedOut,
+              c.client->SendBlock(block.data(), static_cast<int>(block.size()), 200, &nSent));
+    EXPECT_GT(nSent, 0);
+    EXPECT_LT(nSent, static_cast<int>(block.size()));
+    EXPECT_EQ(zul::socket::kTimedOut, c.client->GetLastError());
+}
+
+TEST(MSocket, SendBlockSendsAWholeBlockOrReportsFailure)
+{
+    Connection c;
+    ASSERT_TRUE(c.server);
+    // Larger than the socket buffers: it goes out in several short sends
+    // while the peer reads.
+    std::vector<char> block(1024 * 1024);
+    for (std::size_t i = 0; i < block.size(); ++i)
+        block[i] = static_cast<char>(i * 7);
+    c.client->SetSendBufferSize(4096);
+    std::vector<char> received;
+    std::thread reader(
+        [&]
+        {
+            char buffer[65536];
+            int n = 1;
+            while (received.size() < block.size() && n > 0)
+            {
+                n = c.server->Receive(buffer, sizeof(buffer), 0);
+                if (n > 0)
+                    received.insert(received.end(), buffer, buffer + n);
+            }
+        });
+    int nSent = 0;
+    EXPECT_EQ(MSocket::SendStatus::Sent,
+              c.client->SendBlock(block.data(), static_cast<int>(block.size()), 20000, &nSent));
+    reader.join();
+    EXPECT_EQ(static_cast<int>(block.size()), nSent);
+    EXPECT_TRUE(received == block);
+
+    c.server->Close();
+    const char data[4096] = {};
+    EXPECT_EQ(MSocket::SendStatus::Failed,
+              [&]
+              {
+                  MSocket::SendStatus status = MSocket::SendStatus::Sent;
+                  for (int i = 0; i < 100 && status == MSocket::SendStatus::Sent; ++i)
+                      status = c.client->SendBlock(data, sizeof(data), 5000, nullptr);
+                  return status;
+              }());
+    EXPECT_TRUE(c.client->GetLastError() == EPIPE || c.client->GetLastError() == ECONNRESET);
+}
+
+TEST(MSocket, OptionsOnLinux)
+{
+    MSocket socket(0, true);
+    EXPECT_TRUE(socket.SetLinger(7));
+    EXPECT_TRUE(socket.IsLingerOn());
+    EXPECT_EQ(7, socket.GetLingerTime());
+    EXPECT_TRUE(socket.SetDontLinger());
+    EXPECT_FALSE(socket.IsLingerOn());
+
+    EXPECT_TRUE(socket.DisableNagle());
+    EXPECT_FALSE(socket.IsNagleEnabled());
+    EXPECT_TRUE(socket.EnableNagle());
+    EXPECT_TRUE(socket.IsNagleEnabled());
+
+    EXPECT_TRUE(socket.SetReceiveBufferSize(65536));
+    EXPECT_GE(socket.GetReceiveBufferSize(), 65536);
+    EXPECT_TRUE(socket.SetSendBufferSize(65536));
+    EXPECT_GE(socket.GetSendBufferSize(), 65536);
+
+    EXPECT_TRUE(socket.IsExclusiveAddress()) << "a new socket shares nothing";
+    EXPECT_TRUE(socket.EnableReuseAddress());
+    EXPECT_TRUE(socket.IsReuseAddress());
+    EXPECT_FALSE(socket.IsExclusiveAddress());
+    EXPECT_TRUE(socket.DisableExclusiveAddress());
+    EXPECT_TRUE(socket.IsReuseAddress()) << "giving up exclusive use does not ask for sharing";
+    EXPECT_TRUE(socket.EnableExclusiveAddress());
+    EXPECT_FALSE(socket.IsReuseAddress());
+    EXPECT_TRUE(socket.IsExclusiveAddress());
+    EXPECT_TRUE(socket.UpdateConnectContext());
+
+    // Without a socket every option fails, records the code, and getters give 0.
+    MSocket none(0, false);
+    EXPECT_EQ(0, none.GetLingerTime());
+    EXPECT_EQ(zul::socket::kBadHandle, none.GetLastError());
+    none.SetLastError(0);
+    EXPECT_FALSE(none.IsLingerOn());
+    EXPECT_FALSE(none.IsExclusiveAddress());
+    EXPECT_FALSE(none.UpdateConnectContext());
+    EXPECT_FALSE(none.DisableExclusiveAddress());
+    EXPECT_FALSE(none.SetLinger(1));
+    EXPECT_EQ(0, none.GetReceiveBufferSize());
+    EXPECT_EQ(zul::socket::kBadHandle, none.GetLastError());
+}

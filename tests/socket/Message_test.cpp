@@ -1,0 +1,290 @@
+#include "share/socket/Message.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "SocketTestUtil.h"
+#include "share/common/Error.h"
+
+using socket_test::AssertionRecord;
+using socket_test::ExpressionLine;
+using zul::socket::Message;
+
+namespace
+{
+std::vector<int> Bytes(const Message& message)
+{
+    return std::vector<int>(message.GetBuffer(), message.GetBuffer() + message.GetLength());
+}
+
+tstring ErrorText(const std::function<void()>& call)
+{
+    try
+    {
+        call();
+    }
+    catch (const zul::Error& error)
+    {
+        EXPECT_EQ(0, error.GetCode());
+        return error.GetMessage();
+    }
+    return u"(nothing thrown)";
+}
+} // namespace
+
+TEST(Message, NewMessageIsZeroedHeaderWithBothOffsetsAtEight)
+{
+    Message message(8);
+    EXPECT_EQ(8, message.GetCapacity());
+    EXPECT_EQ(8, message.GetLength());
+    EXPECT_EQ(8, message.GetReadOffset());
+    EXPECT_EQ(std::vector<int>(8, 0), Bytes(message));
+    EXPECT_EQ(u"<Message capacity=8, offset=8/8 />", message.ToString());
+}
+
+TEST(Message, StringsHaveTheirWireBytes)
+{
+    const std::vector<int> narrow{4, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0x61, 0x62};
+    const std::vector<int> wide{6, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0x61, 0, 0x62, 0};
+    struct Case
+    {
+        const char* name;
+        std::function<void(Message&)> write;
+        std::vector<int> bytes;
+    };
+    const Case cases[] = {
+        {"std::string", [](Message& m) { m << std::string("ab"); }, narrow},
+        {"const char*", [](Message& m) { m << "ab"; }, narrow},
+        {"tstring", [](Message& m) { m << tstring(u"ab"); }, wide},
+        {"const char16_t*", [](Message& m) { m << u"ab"; }, wide},
+        {"empty string", [](Message& m) { m << ""; }, {2, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {"empty tstring", [](Message& m) { m << tstring(); }, {2, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {"16-bit value",
+         [](Message& m) { m << std::uint16_t(0x1234); },
+         {2, 0, 0, 0, 0, 0, 0, 0, 0x34, 0x12}},
+    };
+    for (const Case& c : cases)
+    {
+        Message message(16);
+        c.write(message);
+        EXPECT_EQ(c.bytes, Bytes(message)) << c.name;
+        EXPECT_EQ(c.bytes.size(), message.GetLength()) << c.name;
+    }
+}
+
+TEST(Message, ValuesComeBackInTheOrderWritten)
+{
+    Message message(128);
+    message << std::uint16_t(65535) << std::string("narrow") << tstring(u"wide \u00e9") << "" << u"chars"
+            << "array";
+    std::uint16_t value = 0;
+    std::string narrow;
+    tstring wide;
+    std::string empty = "not empty";
+    char16_t wideArray[16] = {};
+    char narrowArray[16] = {};
+    message >> value >> narrow >> wide >> empty >> wideArray >> narrowArray;
+    EXPECT_EQ(65535, value);
+    EXPECT_EQ("narrow", narrow);
+    EXPECT_EQ(u"wide \u00e9", wide);
+    EXPECT_EQ("", empty);
+    EXPECT_EQ(u"chars", tstring(wideArray));
+    EXPECT_EQ("array", std::string(narrowArray));
+    EXPECT_EQ(message.GetLength(), message.GetReadOffset());
+}
+
+TEST(Message, ReadingAndWritingPastTheEndThrowTheExactTexts)
+{
+    Message small(8);
+    EXPECT_EQ(u"Message::write(2) error : <Message capacity=8, offset=8/8 />",
+              ErrorText([&] { small << std::uint16_t(1); }));
+    EXPECT_EQ(8, small.GetLength());
+
+    Message empty(16);
+    std::uint16_t value = 0;
+    EXPECT_EQ(u"Message::read(2) error : <Message capacity=16, offset=8/8 />",
+              ErrorText([&] { empty >> value; }));
+    EXPECT_EQ(8, empty.GetReadOffset());
+
+    // A 16-bit count near the top must not wrap around and pass the check.
+    Message nearFull(16);
+    nearFull << std::uint16_t(7);
+    char sink[2];
+    EXPECT_EQ(u"Message::read(65535) error : <Message capacity=16, offset=8/10 />",
+              ErrorText([&] { nearFull.read(sink, 65535); }));
+    EXPECT_EQ(u"Message::write(65535) error : <Message capacity=16, offset=8/10 />",
+              ErrorText([&] { nearFull.write(sink, 65535); }));
+}
+
+TEST(Message, StringPrefixPromisingTooMuchThrowsAndConsumesThePrefix)
+{
+    for (int wide = 0; wide < 2; ++wide)
+    {
+        Message message(16);
+        message << std::uint16_t(10) << std::uint16_t(0x6161);
+        const tstring expected =
+            u"Message::operator>>(tstring) error : <Message capacity=16, offset=10/12 />(len=10)";
+        if (wide)
+        {
+            tstring text;
+            EXPECT_EQ(expected, ErrorText([&] { message >> text; }));
+        }
+        else
+        {
+            std::string text;
+            EXPECT_EQ(expected, ErrorText([&] { message >> text; }));
+        }
+        EXPECT_EQ(10, message.GetReadOffset());
+    }
+
+    Message arrays(16);
+    arrays << std::uint16_t(4) << std::uint16_t(0x6161);
+    char narrow[8];
+    EXPECT_EQ(u"Message::read(4) error : <Message capacity=16, offset=10/12 />",
+              ErrorText([&] { arrays >> narrow; }));
+}
+
+TEST(Message, OddWideByteCountDropsTheLastByteButSkipsIt)
+{
+    Message message(16);
+    message << std::uint16_t(3);
+    const std::uint8_t body[] = {0x61, 0x00, 0x62, 0x7f};
+    message.write(body, sizeof(body));
+    tstring text;
+    message >> text;
+    EXPECT_EQ(u"a", text);
+    EXPECT_EQ(13, message.GetReadOffset());
+}
+
+TEST(Message, RewindResetAndHeaderFields)
+{
+    Message message(32);
+    message << std::uint16_t(1) << std::uint16_t(2) << std::uint16_t(3);
+    std::uint16_t value = 0;
+    message >> value >> value >> value;
+    message.Rewind(2);
+    message >> value;
+    EXPECT_EQ(3, value);
+    message.Rewind(0);
+    EXPECT_EQ(8, message.GetReadOffset());
+    message >> value;
+    message.Rewind(100);
+    EXPECT_EQ(8, message.GetReadOffset());
+
+    message.SetHeaderWord(0xBEEF);
+    message.SetHeaderDword(0x01020304);
+    EXPECT_EQ(6, message.GetBodyLength());
+    EXPECT_EQ(0xBEEF, message.GetHeaderWord());
+    EXPECT_EQ(0x01020304u, message.GetHeaderDword());
+    const std::vector<int> bytes = Bytes(message);
+    EXPECT_EQ((std::vector<int>{6, 0, 0xEF, 0xBE, 4, 3, 2, 1}),
+              std::vector<int>(bytes.begin(), bytes.begin() + 8));
+
+    // The old body length stays in the header until the next write.
+    message.Reset();
+    EXPECT_EQ(8, message.GetLength());
+    EXPECT_EQ(6, message.GetBodyLength());
+    message << std::uint16_t(9);
+    EXPECT_EQ(2, message.GetBodyLength());
+    EXPECT_EQ(0xBEEF, message.GetHeaderWord());
+}
+
+TEST(Message, SetDataAllocateAndReserve)
+{
+    std::uint8_t block[20];
+    for (int i = 0; i < 20; ++i)
+        block[i] = static_cast<std::uint8_t>(0xA0 + i);
+    Message message(block, sizeof(block));
+    EXPECT_EQ(20, message.GetLength());
+    EXPECT_EQ(8, message.GetReadOffset());
+    std::uint16_t value = 0;
+    message >> value;
+    EXPECT_EQ(0xA9A8, value);
+
+    // Large enough: the bytes stay, only the offsets go back.
+    message.Allocate(10);
+    EXPECT_EQ(20, message.GetCapacity());
+    EXPECT_EQ(8, message.GetLength());
+    EXPECT_EQ(0xA0, message.GetBuffer()[0]);
+
+    // Too small: a new zeroed buffer.
+    message.Allocate(30);
+    EXPECT_EQ(30, message.GetCapacity());
+    EXPECT_EQ(0, message.GetBuffer()[0]);
+
+    message << std::uint16_t(0x4242);
+    message.Reserve(40);
+    EXPECT_EQ(40, message.GetCapacity());
+    EXPECT_EQ(10, message.GetLength());
+    EXPECT_EQ((std::vector<int>{2, 0, 0, 0, 0, 0, 0, 0, 0x42, 0x42}), Bytes(message));
+    message.Reserve(12);
+    EXPECT_EQ(40, message.GetCapacity());
+
+    for (const auto& call :
+         std::vector<std::function<void()>>{[] { Message tooSmall(7); }, [&] { message.Allocate(7); },
+                                            [&] { message.Reserve(0); }, [&] { message.SetData(block, 7); }})
+        EXPECT_NE(std::string::npos,
+                  AssertionRecord(call).find(ExpressionLine("nBytesLength >= Message::MSG_HEADER_SIZE")));
+}
+
+TEST(Message, UseAfterDestroyIsAClearFailure)
+{
+    Message message(16);
+    message << std::uint16_t(1);
+    message.Destroy();
+    EXPECT_EQ(nullptr, message.GetBuffer());
+    EXPECT_EQ(u"<Message capacity=16, offset=8/10 />", message.ToString());
+
+    std::uint16_t value = 0;
+    char16_t text[4];
+    const std::vector<std::function<void()>> calls{
+        [&] { message >> value; },         [&] { message << std::uint16_t(2); },
+        [&] { message.read(&value, 0); },  [&] { message.write(&value, 0); },
+        [&] { message >> text; },          [&] { message.Reserve(8); },
+        [&] { message.Reserve(64); },      [&] { message.Allocate(16); },
+        [&] { message.GetBodyLength(); },  [&] { message.SetHeaderWord(1); },
+        [&] { message.GetHeaderDword(); }, [&] { message.SetHeaderDword(1); }};
+    for (std::size_t i = 0; i < calls.size(); ++i)
+        EXPECT_NE(std::string::npos, AssertionRecord(calls[i]).find(ExpressionLine("m_Buffer != NULL"))) << i;
+
+    // A size beyond the old capacity brings a fresh buffer.
+    message.Allocate(17);
+    message << std::uint16_t(5);
+    EXPECT_EQ(10, message.GetLength());
+}
+
+namespace
+{
+// Stores and loads one 16-bit value, remembering how it was called.
+class Counter : public zul::socket::MessageSerializable
+{
+public:
+    void Serialize(Message& message, int bStoring, int nReserved) override
+    {
+        m_Flags.push_back(bStoring);
+        m_Reserved.push_back(nReserved);
+        if (bStoring)
+            message << m_Value;
+        else
+            message >> m_Value;
+    }
+    std::uint16_t m_Value = 0;
+    std::vector<int> m_Flags;
+    std::vector<int> m_Reserved;
+};
+} // namespace
+
+TEST(Message, StoreAndLoadHandTheMessageOver)
+{
+    Counter out;
+    out.m_Value = 777;
+    Message message(16);
+    message.Store(out);
+    Counter in;
+    message.Load(in);
+    EXPECT_EQ(777, in.m_Value);
+    EXPECT_EQ(std::vector<int>{1}, out.m_Flags);
+    EXPECT_EQ(std::vector<int>{0}, in.m_Flags);
+    EXPECT_EQ(std::vector<int>{0}, in.m_Reserved);
+}
