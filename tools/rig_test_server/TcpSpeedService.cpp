@@ -75,10 +75,8 @@ private:
         if (m_bReading || m_bReadDone || m_bFinished)
             return;
         std::size_t room = m_Buffer.size();
-        if (m_Options.m_StopReadingAfter > 0 && !m_bSendDone)
+        if (IsReadingStopped())
         {
-            // Reading resumes once the download is out, so that the close
-            // never resets a connection with unread data in it.
             if (m_Up >= m_Options.m_StopReadingAfter)
                 return;
             room =
@@ -89,6 +87,11 @@ private:
                                  [self = shared_from_this()](const std::error_code& ec, std::size_t n)
                                  { self->OnRead(ec, n); });
     }
+
+    // A stopped reader resumes once the download is out and the client's
+    // upload phase is surely over, so that it drains what the client sent and
+    // the close never resets a connection with unread data in it.
+    bool IsReadingStopped() const { return m_Options.m_StopReadingAfter > 0 && !m_bReadingResumed; }
 
     void OnRead(const std::error_code& ec, std::size_t n)
     {
@@ -153,7 +156,7 @@ private:
     void EndDownload()
     {
         // Half-close: the client sees the end of the download at once, and we
-        // still drain what it sends until it closes (bounded by the idle
+        // drain what it still sends until it closes (bounded by the idle
         // time-out), so our close never resets data it has not read yet.
         m_bSendDone = true;
         std::error_code ignored;
@@ -168,6 +171,8 @@ private:
     {
         auto next = std::min(m_LastProgress + Millis(m_Options.m_IdleTimeoutMs),
                              m_Start + Millis(m_Options.m_SessionLimitMs));
+        if (IsReadingStopped() && m_bSendDone)
+            next = std::min(next, m_Start + Millis(m_Options.m_UploadLimitMs));
         if (!m_bSending)
             next = std::min({next, m_LastReceive + Millis(m_Options.m_UploadSilenceMs),
                              m_Start + Millis(m_Options.m_UploadLimitMs)});
@@ -190,6 +195,11 @@ private:
             StartDownload("silence");
         else if (!m_bSending && now - m_Start >= Millis(m_Options.m_UploadLimitMs))
             StartDownload("limit");
+        if (IsReadingStopped() && m_bSendDone && now - m_Start >= Millis(m_Options.m_UploadLimitMs))
+        {
+            m_bReadingResumed = true;
+            Read();
+        }
         if (!m_bFinished)
             ArmTimer();
     }
@@ -213,6 +223,7 @@ private:
     bool m_bSending = false;
     bool m_bSendDone = false;
     bool m_bFinished = false;
+    bool m_bReadingResumed = false;
 };
 
 TcpSpeedService::TcpSpeedService(asio::io_context& io, const ServerOptions& options)

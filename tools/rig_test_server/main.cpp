@@ -20,7 +20,7 @@ constexpr std::uint64_t kReservedDescriptors = 32;
 int ReportListenError(const char* protocol, const std::string& address, unsigned port,
                       const std::error_code& ec)
 {
-    if (ec == std::errc::address_in_use)
+    if (ec == asio::error::address_in_use)
         std::fprintf(stderr, "rig_test_server: %s port %u on %s is already in use\n", protocol, port,
                      address.c_str());
     else

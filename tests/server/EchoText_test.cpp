@@ -1,0 +1,87 @@
+// The pong parse rules the checker and the server share.
+#include <climits>
+#include <gtest/gtest.h>
+#include <optional>
+
+#include "RigInspector/EchoText.h"
+
+namespace
+{
+std::optional<EchoText::Fields> ParsePong(const std::u16string& text)
+{
+    const EchoText::Bytes bytes = EchoText::ToBytes(text);
+    return EchoText::ParsePong(bytes.data(), bytes.size());
+}
+
+struct ParseCase
+{
+    const char16_t* m_Text;
+    bool m_bAccepted;
+    int m_Seq;
+    int m_Tick;
+};
+} // namespace
+
+TEST(EchoText, PongParseRules)
+{
+    const ParseCase cases[] = {
+        {u"pong 3 1234567", true, 3, 1234567},
+        {u"pong\t3\n5", true, 3, 5},
+        {u"pong 3 5\r\n", false, 0, 0}, // five fields
+        {u"pong  3 5", false, 0, 0},    // two blanks: four fields
+        {u" pong 3 5", false, 0, 0},
+        {u"pong 3", false, 0, 0},
+        {u"", false, 0, 0},
+        {u"ping 3 5", false, 0, 0},
+        {u"Pong 3 5", false, 0, 0},
+        {u"pong +3 -5", true, 3, -5},
+        {u"pong \v7 \f8", true, 7, 8}, // blanks that are no separators, skipped as _wtoi does
+        {u"pong 3x 5y", true, 3, 5},
+        {u"pong x -", true, 0, 0},
+        {u"pong 99999999999 -99999999999", true, INT_MAX, INT_MIN},
+    };
+    for (const auto& c : cases)
+    {
+        const auto fields = ParsePong(c.m_Text);
+        ASSERT_EQ(fields.has_value(), c.m_bAccepted)
+            << std::string(c.m_Text, c.m_Text + std::char_traits<char16_t>::length(c.m_Text));
+        if (fields)
+        {
+            EXPECT_EQ(fields->m_Seq, c.m_Seq);
+            EXPECT_EQ(fields->m_Tick, c.m_Tick);
+        }
+    }
+}
+
+TEST(EchoText, OddLastByteIsIgnored)
+{
+    EchoText::Bytes bytes = EchoText::FormatPong(2, 40);
+    bytes.push_back('\n');
+    const auto fields = EchoText::ParsePong(bytes.data(), bytes.size());
+    ASSERT_TRUE(fields);
+    EXPECT_EQ(fields->m_Tick, 40);
+    EXPECT_FALSE(EchoText::ParsePong(bytes.data(), 1));
+}
+
+TEST(EchoText, FormatsLittleEndianWithoutTerminator)
+{
+    const EchoText::Bytes ping = EchoText::FormatPing(3, 1234567);
+    ASSERT_EQ(ping.size(), 28u);
+    EXPECT_EQ(ping[0], 'p');
+    EXPECT_EQ(ping[1], 0);
+    EXPECT_EQ(ping[27], 0);
+    EXPECT_EQ(ping[26], '7');
+    const EchoText::Bytes pong = EchoText::FormatPong(-1, INT_MIN);
+    EXPECT_EQ(EchoText::FromBytes(pong.data(), pong.size()), u"pong -1 -2147483648");
+    const auto back = EchoText::ParsePing(ping.data(), ping.size());
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->m_Seq, 3);
+    EXPECT_FALSE(EchoText::ParsePong(ping.data(), ping.size()));
+}
+
+TEST(EchoText, NonAsciiCharactersKeepBothBytes)
+{
+    const EchoText::Bytes bytes = EchoText::ToBytes(u"\u0150");
+    EXPECT_EQ(bytes, (EchoText::Bytes{0x50, 0x01}));
+    EXPECT_EQ(EchoText::FromBytes(bytes.data(), bytes.size()), u"\u0150");
+}
