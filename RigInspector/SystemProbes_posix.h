@@ -1,0 +1,8 @@
+#pragma once
+// Internal to the POSIX probes; declared for their tests.
+#include <cstdint>
+#include <string>
+
+/// amdgpu's VRAM figures from a DRM sysfs tree (/sys/class/drm): the first
+/// card with mem_info_vram_total; free is total minus mem_info_vram_used.
+bool ReadDrmVideoMemory(const std::string& drmRoot, std::uint64_t& totalBytes, std::uint64_t& freeBytes);

@@ -1,0 +1,40 @@
+#pragma once
+// The settings record: every tunable value of the analyzer, read once from
+// the settings file during static initialisation and only read afterwards.
+#include <cstdint>
+#include <string>
+
+#include "share/common/TString.h"
+
+/// The settings file, relative to the working directory (not the executable's folder).
+inline constexpr char16_t g_settingsFile[] = u"./rig_inspector.ini";
+
+/// Host name of the port-forwarding guide site of the default link; the UDP
+/// check names it as the link text of its instructions.
+inline constexpr char16_t kPortForwardGuideHost[] = u"portforward-guide.example";
+
+class AnalyzerSettings
+{
+public:
+    /// Loads g_settingsFile; a missing file, section or key gives the default.
+    AnalyzerSettings();
+    /// Loads the given file instead, so that tests never depend on the
+    /// directory they are started in.
+    explicit AnalyzerSettings(const std::string& path);
+
+    tstring m_TcpHost;
+    std::int32_t m_TcpPort = 0;
+    tstring m_UdpHost;
+    std::int32_t m_UdpPort = 0;
+    std::int32_t m_CheckPortMin = 0;
+    std::int32_t m_CheckPortMax = 0;
+    tstring m_FirewallInfoUrl;
+    tstring m_MinRequirementUrl;
+    tstring m_PortForwardUrl;
+    std::int32_t m_MinSystemMemory = 0;
+    std::int32_t m_MinVideoMemory = 0;
+    std::int32_t m_MinCpuSpeed = 0;
+};
+
+/// The one settings record; the checks read it directly and nothing writes it.
+extern AnalyzerSettings g_settings;
