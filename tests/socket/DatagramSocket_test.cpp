@@ -61,23 +61,8 @@ TEST(DatagramSocket, BoundAndUnboundSocketsExchangeDatagrams)
     EXPECT_EQ(u"0.0.0.0", sender->GetHost());
     EXPECT_EQ(0, sender->GetPort());
 
-    // An answer goes back to where the datagram came from.
-    BoundReceives(*sender);
-    Datagram reply;
-    reply.SetSockAddr(pReceived->GetSockAddr());
-    reply.Allocate(16);
-    reply << std::uint16_t(0x5150);
     DatagramPool::GetInstance()->Release(pReceived);
     EXPECT_EQ(nullptr, pReceived);
-    ASSERT_EQ(10, receiver->SendTo(&reply));
-    Datagram* pReply = sender->ReceiveFrom();
-    ASSERT_NE(nullptr, pReply);
-    std::uint16_t value = 0;
-    *pReply >> value;
-    EXPECT_EQ(0x5150, value);
-    EXPECT_EQ(2, pReply->GetBodyLength());
-    EXPECT_EQ(kEchoPort, pReply->GetPort());
-    DatagramPool::GetInstance()->Release(pReply);
 }
 
 TEST(DatagramSocket, HostConstructorBindsToThatAddress)
@@ -130,10 +115,4 @@ TEST(DatagramSocket, FailuresAreResults)
     EXPECT_EQ(zul::socket::kBadHandle, socket.GetLastError());
     EXPECT_EQ(nullptr, socket.ReceiveFrom());
     EXPECT_EQ(0, socket.GetReceiveBufferSize());
-
-    DatagramSocket buffers(0, false);
-    EXPECT_TRUE(buffers.SetReceiveBufferSize(32768));
-    EXPECT_GE(buffers.GetReceiveBufferSize(), 32768);
-    EXPECT_TRUE(buffers.SetSendBufferSize(32768));
-    EXPECT_GE(buffers.GetSendBufferSize(), 32768);
 }

@@ -145,18 +145,6 @@ TEST(Message, StringPrefixPromisingTooMuchThrowsAndConsumesThePrefix)
               ErrorText([&] { arrays >> narrow; }));
 }
 
-TEST(Message, OddWideByteCountDropsTheLastByteButSkipsIt)
-{
-    Message message(16);
-    message << std::uint16_t(3);
-    const std::uint8_t body[] = {0x61, 0x00, 0x62, 0x7f};
-    message.write(body, sizeof(body));
-    tstring text;
-    message >> text;
-    EXPECT_EQ(u"a", text);
-    EXPECT_EQ(13, message.GetReadOffset());
-}
-
 TEST(Message, RewindResetAndHeaderFields)
 {
     Message message(32);
@@ -256,35 +244,28 @@ TEST(Message, UseAfterDestroyIsAClearFailure)
 
 namespace
 {
-// Stores and loads one 16-bit value, remembering how it was called.
-class Counter : public zul::socket::MessageSerializable
+// Stores or loads one 16-bit value as the flag says.
+class Value : public zul::socket::MessageSerializable
 {
 public:
     void Serialize(Message& message, int bStoring, int nReserved) override
     {
-        m_Flags.push_back(bStoring);
-        m_Reserved.push_back(nReserved);
-        if (bStoring)
+        EXPECT_EQ(0, nReserved);
+        if (bStoring == 1)
             message << m_Value;
         else
             message >> m_Value;
     }
     std::uint16_t m_Value = 0;
-    std::vector<int> m_Flags;
-    std::vector<int> m_Reserved;
 };
 } // namespace
 
 TEST(Message, StoreAndLoadHandTheMessageOver)
 {
-    Counter out;
+    Value out;
     out.m_Value = 777;
+    Value in;
     Message message(16);
-    message.Store(out);
-    Counter in;
-    message.Load(in);
+    message.Store(out).Load(in);
     EXPECT_EQ(777, in.m_Value);
-    EXPECT_EQ(std::vector<int>{1}, out.m_Flags);
-    EXPECT_EQ(std::vector<int>{0}, in.m_Flags);
-    EXPECT_EQ(std::vector<int>{0}, in.m_Reserved);
 }

@@ -81,9 +81,3 @@ TEST(IsUdpPortFree, TheProbeHoldsNothingAfterwards)
     Holder holder(AF_INET, "any");
     EXPECT_TRUE(holder.IsBound());
 }
-
-TEST(IsUdpPortFree, PortZeroIsAlwaysFree)
-{
-    Holder holder(AF_INET, "any");
-    EXPECT_TRUE(zul::socket::IsUdpPortFree(0));
-}
