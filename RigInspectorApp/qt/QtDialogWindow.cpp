@@ -53,7 +53,7 @@ QtDialogWindow::QtDialogWindow(CDialogLogic& logic, const DialogTemplate& dialog
     : QDialog(nullptr, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                            (dialogTemplate.bCloseBox ? Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint
                                                      : Qt::WindowFlags())),
-      m_Logic(logic)
+      m_Logic(logic), m_nTemplateId(dialogTemplate.nId)
 {
     setWindowTitle(ToQString(dialogTemplate.caption));
     const QFont font = MakeDialogFont(dialogTemplate.nFontPointSize, logicalDpiY());

@@ -55,6 +55,7 @@ public:
     QAbstractButton* GetButton(int nId) const;
     const DialogBaseUnits& GetBaseUnits() const { return m_BaseUnits; }
     bool IsEnded() const { return m_bEnded; }
+    int GetTemplateId() const { return m_nTemplateId; }
 
     /// Esc: the logic's Cancel path.
     void reject() override;
@@ -68,6 +69,7 @@ private:
     void DeliverCommand(int nId);
 
     CDialogLogic& m_Logic;
+    int m_nTemplateId;
     DialogBaseUnits m_BaseUnits{};
     std::map<int, std::unique_ptr<QtButtonControl>> m_Controls;
     std::map<unsigned, QTimer*> m_Timers;
