@@ -1,0 +1,136 @@
+#include "UdpChecker.h"
+
+#include <algorithm>
+
+#include "EchoText.h"
+#include "share/common/Assert.h"
+#include "share/common/Clock.h"
+#include "share/socket/DatagramPool.h"
+#include "share/socket/DatagramSocket.h"
+
+namespace
+{
+/// Gives a received datagram back to the pool on every way out of the turn.
+class PooledDatagram
+{
+public:
+    explicit PooledDatagram(zul::socket::Datagram* pDatagram) : m_pDatagram(pDatagram) {}
+    ~PooledDatagram()
+    {
+        if (m_pDatagram != nullptr)
+            zul::socket::DatagramPool::GetInstance()->Release(m_pDatagram);
+    }
+    PooledDatagram(const PooledDatagram&) = delete;
+    PooledDatagram& operator=(const PooledDatagram&) = delete;
+
+    zul::socket::Datagram* operator->() const { return m_pDatagram; }
+    explicit operator bool() const { return m_pDatagram != nullptr; }
+
+private:
+    zul::socket::Datagram* m_pDatagram;
+};
+} // namespace
+
+const tstring UdpChecker::s_DefaultHost = u"127.0.0.1";
+
+UdpChecker::UdpChecker(const tstring& name) : zul::Thread(name) {}
+
+UdpChecker::~UdpChecker()
+{
+    // Run reads the fields until it returns: never let the base join a
+    // thread that outlived them.
+    Stop();
+    Wait(zul::INFINITE_WAIT);
+    m_Answered.clear();
+    m_Answered.shrink_to_fit();
+}
+
+void UdpChecker::Reset()
+{
+    m_bRunning = false;
+    m_Host = s_DefaultHost;
+    m_Port = 9998;
+    m_LocalPort = 20000;
+    m_Interval = 50;
+    m_Timeout = 5000;
+    m_PingCount = 10;
+    m_MinPing = -1;
+    m_MaxPing = -1;
+    m_TotalPing = 0;
+    m_Answered.clear();
+}
+
+void UdpChecker::AddPingTime(std::int32_t pingTime)
+{
+    ZUL_ASSERT(pingTime > 0);
+    m_TotalPing += static_cast<std::uint32_t>(pingTime);
+    if (m_MinPing < 0 || pingTime < m_MinPing)
+        m_MinPing = pingTime;
+    if (m_MaxPing < 0 || pingTime > m_MaxPing)
+        m_MaxPing = pingTime;
+}
+
+int UdpChecker::LossCount() const
+{
+    return static_cast<int>(std::count(m_Answered.begin(), m_Answered.end(), false));
+}
+
+bool UdpChecker::AllAnswered() const
+{
+    return std::find(m_Answered.begin(), m_Answered.end(), false) == m_Answered.end();
+}
+
+// A socket that cannot be made fails the DatagramSocket constructor's
+// assertion here, on the worker; the exception ends Run and the check reports
+// it (see DescribeWorkerFailure). A datagram too short to be held (under 8
+// bytes) never leaves ReceiveFrom, so the turn simply sees nothing.
+unsigned int UdpChecker::Run()
+{
+    m_bRunning = true;
+    zul::socket::DatagramSocket pingSocket(0, false);
+    zul::socket::DatagramSocket pongSocket(m_LocalPort, false);
+    if (!pingSocket.SetNonBlocking() || !pongSocket.SetNonBlocking())
+        return 0;
+
+    const std::uint32_t start = zul::GetTickCount();
+    if (!m_bRunning)
+        return 0;
+    for (;;)
+    {
+        if (m_Answered.size() == m_PingCount && AllAnswered())
+            break;
+        if (zul::GetTickCount() - start > m_Timeout)
+            break;
+        if (m_Answered.size() < m_PingCount)
+        {
+            zul::socket::Datagram ping;
+            ping.SetHost(m_Host);
+            ping.SetPort(m_Port);
+            const auto bytes = EchoText::FormatPing(static_cast<int>(m_Answered.size()),
+                                                    static_cast<std::int32_t>(zul::GetTickCount()));
+            ping.SetData(bytes.data(), static_cast<std::uint16_t>(bytes.size()));
+            if (pingSocket.SendTo(&ping) > 0)
+                m_Answered.push_back(false);
+        }
+        if (const PooledDatagram pong{pongSocket.ReceiveFrom()})
+        {
+            if (const auto fields = EchoText::ParsePong(pong->GetBuffer(), pong->GetLength()))
+            {
+                // Unsigned difference, then signed: a tick from a clock past
+                // 2^31 reads negative and is refused below.
+                const auto rtt = static_cast<std::int32_t>(zul::GetTickCount() -
+                                                           static_cast<std::uint32_t>(fields->m_Tick));
+                const int sent = static_cast<int>(m_Answered.size());
+                if (fields->m_Seq >= 0 && fields->m_Seq < sent && fields->m_Tick > 0 && rtt > 0)
+                {
+                    m_Answered[static_cast<std::size_t>(fields->m_Seq)] = true;
+                    AddPingTime(rtt);
+                }
+            }
+        }
+        zul::Sleep(m_Interval);
+        if (!m_bRunning)
+            break;
+    }
+    return 0;
+}

@@ -1,0 +1,46 @@
+#pragma once
+// The UDP echo test's worker: numbered pings from one socket, pongs expected
+// on local port 20000; the check reads the counts and round trips once the
+// thread has ended.
+#include <atomic>
+#include <cstdint>
+#include <vector>
+
+#include "share/common/TString.h"
+#include "share/common/Thread.h"
+
+class UdpChecker : public zul::Thread
+{
+public:
+    static const tstring s_DefaultHost;
+
+    explicit UdpChecker(const tstring& name);
+    ~UdpChecker() override;
+
+    void Stop() override { m_bRunning = false; }
+    unsigned int Run() override;
+
+    void Reset();
+    /// Records one round trip; pingTime must be above 0.
+    void AddPingTime(std::int32_t pingTime);
+    /// Pings sent and not answered.
+    int LossCount() const;
+    int SentCount() const { return static_cast<int>(m_Answered.size()); }
+    int AnsweredCount() const { return SentCount() - LossCount(); }
+
+    // Configuration (before Start) and results (after Wait).
+    std::atomic<bool> m_bRunning{false};
+    tstring m_Host;
+    std::uint16_t m_Port = 0;
+    std::uint16_t m_LocalPort = 0;
+    std::uint32_t m_Interval = 0;
+    std::uint32_t m_Timeout = 0;
+    std::uint16_t m_PingCount = 0;
+    std::int32_t m_MinPing = -1;
+    std::int32_t m_MaxPing = -1;
+    std::uint32_t m_TotalPing = 0;
+    std::vector<bool> m_Answered;
+
+private:
+    bool AllAnswered() const;
+};
