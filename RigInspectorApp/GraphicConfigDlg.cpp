@@ -1,0 +1,137 @@
+#include "GraphicConfigDlg.h"
+
+#include "Inspector.h"
+#include "InspectorApp.h"
+
+const std::string g_optionFile = "../game/option.ini";
+
+GraphicRecommendation RecommendGraphicOptions(std::int32_t cpuSpeed, std::int32_t videoMemory,
+                                              std::int32_t systemMemory)
+{
+    using Tier = GraphicRecommendation::Tier;
+    if (cpuSpeed > 1000 && videoMemory > 31 && systemMemory > 255)
+        return {Tier::High, true, true, true, true};
+    if (videoMemory > 31)
+        return {Tier::Middle, true, true, true, false};
+    return {Tier::Low, false, false, false, false};
+}
+
+const char* TierName(GraphicRecommendation::Tier tier)
+{
+    switch (tier)
+    {
+    case GraphicRecommendation::Tier::High:
+        return "high";
+    case GraphicRecommendation::Tier::Middle:
+        return "middle";
+    case GraphicRecommendation::Tier::Low:
+        break;
+    }
+    return "low";
+}
+
+CGraphicConfigDlg::CGraphicConfigDlg(ProfileWriter writer)
+    : CDialogLogic(kTemplateId), m_writer(std::move(writer))
+{
+}
+
+bool CGraphicConfigDlg::OnInitDialog()
+{
+    m_pCharHigh = GetDlgItem(1001);
+    m_pCharLow = GetDlgItem(1002);
+    m_pShadowHigh = GetDlgItem(1003);
+    m_pShadowLow = GetDlgItem(1004);
+    m_pSpectatorsHigh = GetDlgItem(1005);
+    m_pSpectatorsLow = GetDlgItem(1006);
+    m_pPipHigh = GetDlgItem(1007);
+    m_pPipLow = GetDlgItem(1008);
+    Recommend();
+    return true;
+}
+
+namespace
+{
+void SetCheck(IControl* pButton, bool bChecked)
+{
+    if (pButton)
+        pButton->SetCheck(bChecked ? 1 : 0);
+}
+
+bool IsChecked(const IControl* pButton)
+{
+    return pButton != nullptr && pButton->GetCheck() == 1;
+}
+} // namespace
+
+void CGraphicConfigDlg::Recommend()
+{
+    const GraphicRecommendation r = RecommendGraphicOptions(g_inspector.m_CpuSpeed, g_inspector.m_VideoMemory,
+                                                            g_inspector.m_SystemMemory);
+    SetCheck(m_pCharHigh, r.charHigh);
+    SetCheck(m_pCharLow, !r.charHigh);
+    SetCheck(m_pShadowHigh, r.shadowHigh);
+    SetCheck(m_pShadowLow, !r.shadowHigh);
+    SetCheck(m_pSpectatorsHigh, r.spectatorsHigh);
+    SetCheck(m_pSpectatorsLow, !r.spectatorsHigh);
+    SetCheck(m_pPipHigh, r.pipHigh);
+    SetCheck(m_pPipLow, !r.pipHigh);
+}
+
+bool CGraphicConfigDlg::WriteOptions()
+{
+    const struct
+    {
+        const char16_t* key;
+        const IControl* pHigh;
+    } options[] = {
+        {u"shadow", m_pShadowHigh},
+        {u"audience", m_pSpectatorsHigh},
+        {u"event_screen", m_pPipHigh},
+        {u"char_lod", m_pCharHigh},
+    };
+    for (const auto& option : options)
+    {
+        if (!m_writer(u"video", option.key, IsChecked(option.pHigh) ? u"1" : u"0", g_optionFile))
+            return false;
+    }
+    return true;
+}
+
+void CGraphicConfigDlg::OnBnClickedOk()
+{
+    OnOK();
+    m_lastWriteResult = WriteOptions();
+    Leave();
+}
+
+void CGraphicConfigDlg::OnBnClickedCancel()
+{
+    OnCancel();
+    Leave();
+}
+
+void CGraphicConfigDlg::Leave()
+{
+    UiToolkit& toolkit = GetToolkit();
+    if (theApp.m_bRunPatcher)
+        toolkit.StartProcess(kPatcherCommand, kShowMode);
+    toolkit.PostQuitMessage(0);
+}
+
+void CGraphicConfigDlg::OnCommand(int nId)
+{
+    switch (nId)
+    {
+    case IDOK:
+        OnBnClickedOk();
+        break;
+    case IDCANCEL:
+        OnBnClickedCancel();
+        break;
+    case kRecommendButtonId:
+        Recommend();
+        break;
+    default:
+        break;
+    }
+}

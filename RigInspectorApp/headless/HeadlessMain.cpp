@@ -1,0 +1,147 @@
+// rig_inspector_cli: the analyzer's check sequence in a terminal, with the
+// same start-up order, pacing and report as the dialog.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "HeadlessToolkit.h"
+#include "ReportText.h"
+#include "ResultsJson.h"
+#include "RigInspectorApp/Inspector.h"
+#include "RigInspectorApp/InspectorApp.h"
+#include "TerminalOutput.h"
+
+namespace
+{
+constexpr int kExitUsage = 2;
+// Checks ran, but the report or the JSON could not be written where asked.
+constexpr int kExitOutputFailed = 3;
+
+bool WriteFile(const std::string& path, const std::string& content)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+    out.close();
+    return static_cast<bool>(out);
+}
+
+bool WriteFd(int fd, const std::string& content)
+{
+    std::size_t done = 0;
+    while (done < content.size())
+    {
+        const ssize_t n = ::write(fd, content.data() + done, content.size() - done);
+        if (n <= 0)
+            return false;
+        done += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+bool ColourWanted(int fd, bool bNoColour)
+{
+    const char* noColor = std::getenv("NO_COLOR");
+    return !bNoColour && (noColor == nullptr || *noColor == '\0') && ::isatty(fd) == 1;
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app{
+        "Rig Inspector v1.1: checks this PC and its network against Dunmore Nine's requirements.\n"
+        "Reads ./rig_inspector.ini, prints the report as it is written, and exits with 0 when every\n"
+        "check passed, 1 when any did not, 2 on a usage error, 3 when --report/--json could not\n"
+        "be written.",
+        "rig_inspector_cli"};
+    std::string reportPath;
+    std::string jsonPath;
+    bool bAccept = false;
+    bool bPatcher = false;
+    bool bQuiet = false;
+    bool bNoColour = false;
+    bool bNoProgress = false;
+    app.add_option("--report", reportPath, "Write the final HTML report (UTF-8) to PATH")->type_name("PATH");
+    app.add_option("--json", jsonPath, "Write the measured values and verdicts as JSON to PATH ('-': stdout)")
+        ->type_name("PATH|-");
+    app.add_flag("--accept", bAccept, "Write the recommended graphic options to ../game/option.ini");
+    app.add_flag("--patcher", bPatcher, "Start ./patcher.exe when leaving");
+    app.add_flag("-q,--quiet", bQuiet, "Print no report lines and no progress");
+    app.add_flag("--no-color", bNoColour, "No colours (also when NO_COLOR is set)");
+    app.add_flag("--no-progress", bNoProgress, "No spinner while a step runs");
+    app.set_version_flag("-V,--version", "rig_inspector_cli (Rig Inspector) 1.1");
+    try
+    {
+        app.parse(argc, argv);
+    }
+    catch (const CLI::ParseError& e)
+    {
+        const int status = app.exit(e);
+        return status == 0 ? 0 : kExitUsage;
+    }
+
+    // With "--json -" standard output carries only the JSON: the descriptor is
+    // kept aside and standard output becomes standard error for everything
+    // else, the firewall's own sentences included.
+    int jsonFd = -1;
+    if (jsonPath == "-")
+    {
+        std::fflush(stdout);
+        jsonFd = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+        if (jsonFd < 0 || ::dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
+        {
+            std::cerr << "rig_inspector_cli: cannot set up standard output for --json -\n";
+            return kExitOutputFailed;
+        }
+    }
+
+    TerminalOutput output(bQuiet ? -1 : STDOUT_FILENO);
+    ReportText text(ColourWanted(STDOUT_FILENO, bNoColour));
+
+    HeadlessToolkit toolkit({/*bNext=*/bAccept || bPatcher, /*bAccept=*/bAccept});
+    if (!bQuiet)
+        toolkit.GetReportView().SetListener([&](std::u16string_view body)
+                                            { output.WriteLine(text.Feed(body)); });
+    if (!bQuiet && !bNoProgress && ::isatty(STDERR_FILENO) == 1)
+        output.StartSpinner([&toolkit] { return toolkit.BusyForMs(); });
+
+    SetToolkit(&toolkit);
+    theApp.InitInstance(bPatcher ? u"patcher" : u"");
+    SetToolkit(nullptr);
+
+    output.StopSpinner();
+    output.WriteLine(text.Finish());
+
+    int status = CheckExitStatus(g_inspector.m_Results);
+    if (!reportPath.empty() && !WriteFile(reportPath, ToUtf8(toolkit.GetReportView().GetDocument())))
+    {
+        std::cerr << "rig_inspector_cli: cannot write the report to " << reportPath << "\n";
+        status = kExitOutputFailed;
+    }
+    if (!jsonPath.empty())
+    {
+        RunOutcome outcome;
+        outcome.cpuSpeedMhz = g_inspector.m_CpuSpeed;
+        outcome.videoMemoryMb = g_inspector.m_VideoMemory;
+        outcome.systemMemoryMb = g_inspector.m_SystemMemory;
+        outcome.optionsWritten = toolkit.GetOptionsWritten();
+        outcome.patcherRequested = bPatcher;
+        outcome.patcherStarted = toolkit.GetPatcherStarted();
+        const std::string json = ResultsToJson(g_inspector.m_Results, outcome).dump(2) + "\n";
+        const bool bWritten = jsonFd >= 0 ? WriteFd(jsonFd, json) : WriteFile(jsonPath, json);
+        if (!bWritten)
+        {
+            std::cerr << "rig_inspector_cli: cannot write the JSON to " << jsonPath << "\n";
+            status = kExitOutputFailed;
+        }
+    }
+    if (bAccept && toolkit.GetOptionsWritten() == false)
+        std::cerr << "rig_inspector_cli: could not write ../game/option.ini\n";
+    return status;
+}
