@@ -15,7 +15,7 @@ public:
     Singleton()
     {
         ZUL_ASSERT(!cs_Singleton);
-        cs_Singleton = static_cast<T*>(this);
+        cs_Singleton = this;
     }
 
     // May throw the assertion failure, so it is not noexcept.
@@ -31,10 +31,12 @@ public:
     static T* GetInstance()
     {
         ZUL_ASSERT(cs_Singleton);
-        return cs_Singleton;
+        return static_cast<T*>(cs_Singleton);
     }
 
 private:
-    static inline T* cs_Singleton = NULL;
+    // Kept as the base: the T is not yet built while this constructor runs,
+    // so the cast to T waits until someone asks for the finished instance.
+    static inline Singleton* cs_Singleton = NULL;
 };
 } // namespace zul

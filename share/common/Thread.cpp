@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
-#include <system_error>
 #include <thread>
 
 #include "Assert.h"
@@ -115,7 +114,7 @@ void Thread::Start(bool suspended)
                 state->changed.notify_all();
             });
     }
-    catch (const std::system_error&)
+    catch (...) // no thread (std::system_error) or no memory for one
     {
         delete m_hThreadHandle;
         m_hThreadHandle = nullptr;
