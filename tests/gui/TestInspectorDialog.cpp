@@ -20,7 +20,6 @@ private slots:
     void cancelDuringTcpStepLetsItFinishAndRunsNothingMore();
     void nextAfterFirstStepSkipsTheRestAndOpensGraphicDialog();
     void firewallButtonIsOfferedOnlyAfterTheFirewallStepAsks();
-    void firewallButtonStaysDisabledWithoutTheOffer();
     void escapeAndCloseTakeTheCancelPath_data();
     void escapeAndCloseTakeTheCancelPath();
     void patcherStartsOnlyAfterAStartWithPatcher_data();
@@ -157,28 +156,6 @@ void TestInspectorDialog::firewallButtonIsOfferedOnlyAfterTheFirewallStepAsks()
     QCOMPARE(m_Log, (std::vector<QString>{"0", "1", "2", "register", "3", "4"}));
 }
 
-void TestInspectorDialog::firewallButtonStaysDisabledWithoutTheOffer()
-{
-    bool bEnabledAtEnd = true;
-    m_Hooks[2] = [&]
-    {
-        QueueClick(MainButton(CInspectorDlg::kFirewallOffButtonId));
-        return 0;
-    };
-    m_Hooks[4] = [&]
-    {
-        bEnabledAtEnd = MainButton(CInspectorDlg::kFirewallOffButtonId)->isEnabled();
-        QueueClick(MainButton(IDCANCEL));
-        return 0;
-    };
-    CInspectorDlg dlg(MakeChecks());
-    UiScript script(*m_pToolkit);
-
-    QCOMPARE(Run(dlg, script), IDCANCEL);
-    QVERIFY(!bEnabledAtEnd);
-    QCOMPARE(m_Log, (std::vector<QString>{"0", "1", "2", "3", "4"}));
-}
-
 void TestInspectorDialog::escapeAndCloseTakeTheCancelPath_data()
 {
     QTest::addColumn<bool>("bEscape");
@@ -214,7 +191,6 @@ void TestInspectorDialog::patcherStartsOnlyAfterAStartWithPatcher_data()
     QTest::newRow("patcher") << QStringList{"patcher"} << true;
     QTest::newRow("none") << QStringList{} << false;
     QTest::newRow("Qt option first") << QStringList{"-reverse", "patcher"} << false;
-    QTest::newRow("capital P") << QStringList{"Patcher"} << false;
 }
 
 void TestInspectorDialog::patcherStartsOnlyAfterAStartWithPatcher()
