@@ -21,9 +21,10 @@ const char* Verdict(bool bRan, bool bPassed)
     return bPassed ? "passed" : "failed";
 }
 
-ordered_json OrNull(std::int32_t ms)
+/// A round-trip figure, or null when no answer came to measure it by.
+ordered_json PingMs(const UdpResult& r, std::int32_t ms)
 {
-    return ms < 0 ? ordered_json(nullptr) : ordered_json(ms);
+    return r.answered <= 0 || ms < 0 ? ordered_json(nullptr) : ordered_json(ms);
 }
 
 template <class T> ordered_json Optional(const std::optional<T>& value)
@@ -104,9 +105,9 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
         {"answered", u.answered},
         {"lost", u.lost},
         {"loss_percent", u.lossPercent},
-        {"min_ping_ms", OrNull(u.minPingMs)},
-        {"avg_ping_ms", OrNull(u.avgPingMs)},
-        {"max_ping_ms", OrNull(u.maxPingMs)},
+        {"min_ping_ms", PingMs(u, u.minPingMs)},
+        {"avg_ping_ms", PingMs(u, u.avgPingMs)},
+        {"max_ping_ms", PingMs(u, u.maxPingMs)},
         {"failure", u.failure.empty() ? ordered_json(nullptr) : ordered_json(ToUtf8(u.failure))},
     };
 

@@ -78,7 +78,9 @@ TEST(ResultsJson, CarriesVerdictsMeasurementsAndRecommendation)
     r.system.videoProbeOk = false;
     r.system.videoPassed = false;
     r.firewall.comHresult = static_cast<std::int32_t>(0x80010106u);
-    r.udp.minPingMs = -1;
+    r.udp.ran = true;
+    r.udp.answered = 0;
+    r.udp.avgPingMs = 0; // printed as 0 when nothing came back
     RunOutcome outcome;
     outcome.cpuSpeedMhz = 2399;
     outcome.videoMemoryMb = 0;
@@ -93,7 +95,7 @@ TEST(ResultsJson, CarriesVerdictsMeasurementsAndRecommendation)
     EXPECT_EQ(j["checks"]["system"]["memory"]["memory_mb"], 4194u);
     EXPECT_EQ(j["checks"]["firewall"]["com_hresult"], "0x80010106");
     EXPECT_EQ(j["checks"]["tcp"]["verdict"], "not_run");
-    EXPECT_TRUE(j["checks"]["udp"]["min_ping_ms"].is_null());
+    EXPECT_TRUE(j["checks"]["udp"]["avg_ping_ms"].is_null());
     EXPECT_EQ(j["measured"]["system_memory_mb"], 4194);
     EXPECT_EQ(j["recommendation"]["tier"], "low");
     EXPECT_EQ(j["options_written"], true);
