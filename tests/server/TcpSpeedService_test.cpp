@@ -93,7 +93,7 @@ TEST(TcpSpeedService, TrickledUploadGetsItsDownloadAtTheUploadLimit)
 TEST(TcpSpeedService, StalledClientIsReleasedAfterTheIdleTimeout)
 {
     auto server =
-        StartServer({"--max-connections", "1", "--idle-timeout-ms", "500", "--upload-silence-ms", "100"});
+        StartServer({"--max-connections", "1", "--idle-timeout-ms", "1000", "--upload-silence-ms", "100"});
     // Sends a little, then neither reads nor closes: gone, as far as we know.
     Fd vanished = ConnectTcp(kTcpPort);
     ASSERT_TRUE(SendBytes(vanished, 10000));
@@ -128,7 +128,8 @@ TEST(TcpSpeedService, StopReadingBlocksTheClientsSendThenStillDownloads)
     // upload; a client's own buffer is not the server's to shrink.
     Fd fd = ConnectTcp(kTcpPort, 32768);
     std::size_t sent = 0;
-    while (sent < kExchange && SendBytes(fd, 1024, Millis(500)))
+    // Blocked: no room for a whole second (the server reads nothing more).
+    while (sent < kExchange && SendBytes(fd, 1024, Millis(1000)))
         sent += 1024;
     EXPECT_GE(sent, 65536u);
     EXPECT_LT(sent, kExchange);

@@ -73,6 +73,8 @@ int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
     try
     {
         app.parse(argc, argv);
+        // IPv4 only: the client connects by dotted-decimal text and nothing
+        // else, and the rate limit keys its table by the 32-bit address.
         std::error_code ec;
         asio::ip::make_address_v4(o.m_Address, ec);
         if (ec)
