@@ -78,10 +78,3 @@ TEST(EchoText, FormatsLittleEndianWithoutTerminator)
     EXPECT_EQ(back->m_Seq, 3);
     EXPECT_FALSE(EchoText::ParsePong(ping.data(), ping.size()));
 }
-
-TEST(EchoText, NonAsciiCharactersKeepBothBytes)
-{
-    const EchoText::Bytes bytes = EchoText::ToBytes(u"\u0150");
-    EXPECT_EQ(bytes, (EchoText::Bytes{0x50, 0x01}));
-    EXPECT_EQ(EchoText::FromBytes(bytes.data(), bytes.size()), u"\u0150");
-}
