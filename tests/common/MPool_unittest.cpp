@@ -23,23 +23,21 @@ struct Item
 using Pool = zul::MPool<Item, zul::NewAllocator<Item>, zul::NoLock>;
 using ThreadedPool = zul::MThreadedPool<Item, zul::NewAllocator<Item>>;
 
-std::string ExpressionOf(const zul::AssertionFailure& failure)
+/// The expression text of the assertion failure the call ends in.
+template <class Call> std::string FailedExpression(Call call)
 {
-    const std::string record = failure.what();
-    const auto start = record.find("\n\t") + 2;
-    return record.substr(start, record.find('\n', start) - start);
-}
-
-#define EXPECT_ASSERTION(statement, expression)                                                              \
-    try                                                                                                      \
-    {                                                                                                        \
-        statement;                                                                                           \
-        ADD_FAILURE() << "no assertion failure";                                                             \
-    }                                                                                                        \
-    catch (const zul::AssertionFailure& failure)                                                             \
-    {                                                                                                        \
-        EXPECT_EQ(ExpressionOf(failure), expression);                                                        \
+    try
+    {
+        call();
     }
+    catch (const zul::AssertionFailure& failure)
+    {
+        const std::string record = failure.what();
+        const auto start = record.find("\n\t") + 2;
+        return record.substr(start, record.find('\n', start) - start);
+    }
+    return "(no failure)";
+}
 
 class PoolTest : public ::testing::Test
 {
@@ -82,9 +80,9 @@ TEST_F(PoolTest, BrokenRulesAreAssertionFailuresThatChangeNothing)
     EXPECT_EQ(pool.GetFreeResourceCount(), 3u);
 
     Item* none = nullptr;
-    EXPECT_ASSERTION(pool.Release(none), "pResource != NULL");
-    EXPECT_ASSERTION(pool.Preallocate(1), "m_Resources.size() == 0");
-    EXPECT_ASSERTION(Pool::DeleteResource(none), "pResource!=NULL");
+    EXPECT_EQ(FailedExpression([&] { pool.Release(none); }), "pResource != NULL");
+    EXPECT_EQ(FailedExpression([&] { pool.Preallocate(1); }), "m_Resources.size() == 0");
+    EXPECT_EQ(FailedExpression([&] { Pool::DeleteResource(none); }), "pResource!=NULL");
     EXPECT_EQ(pool.GetResourceCount(), 3u);
     EXPECT_EQ(pool.GetFreeResourceCount(), 3u);
 
@@ -113,14 +111,14 @@ TEST_F(PoolTest, DeletingThePoolDeletesResourcesStillInUse)
 TEST_F(PoolTest, OnePoolPerTypeReachableThroughItsSingleton)
 {
     using Instance = zul::Singleton<Pool>;
-    EXPECT_ASSERTION(Instance::GetInstance(), "cs_Singleton");
+    EXPECT_EQ(FailedExpression([&] { Instance::GetInstance(); }), "cs_Singleton");
     {
         Pool pool(0);
         EXPECT_EQ(Instance::GetInstance(), &pool);
-        EXPECT_ASSERTION(Pool second(0), "!cs_Singleton");
+        EXPECT_EQ(FailedExpression([&] { Pool second(0); }), "!cs_Singleton");
         EXPECT_EQ(Instance::GetInstance(), &pool); // the failed second one left it alone
     }
-    EXPECT_ASSERTION(Instance::GetInstance(), "cs_Singleton");
+    EXPECT_EQ(FailedExpression([&] { Instance::GetInstance(); }), "cs_Singleton");
 
     Pool later(0); // the type is free again once the first is gone
     EXPECT_EQ(Instance::GetInstance(), &later);
@@ -134,7 +132,7 @@ TEST_F(PoolTest, ThreadedPoolIsSharedSafelyAndUnlockedAfterFailures)
     ASSERT_EQ(shared, &pool);
 
     Item* none = nullptr;
-    EXPECT_ASSERTION(shared->Release(none), "pResource != NULL"); // must leave the lock
+    EXPECT_EQ(FailedExpression([&] { shared->Release(none); }), "pResource != NULL"); // must leave the lock
 
     constexpr int kThreads = 4;
     std::vector<std::thread> threads;

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cerrno>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -14,68 +14,65 @@
 
 namespace
 {
-/// A worker whose Run waits until the test opens its gate, then does what
-/// the test asked of it.
-class GatedWorker : public zul::Thread
+class Worker : public zul::Thread
 {
 public:
-    enum class Ending
-    {
-        Return,
-        Throw,
-        Assert
-    };
+    explicit Worker(std::function<unsigned int()> body) : Thread(u"worker"), m_Body(std::move(body)) {}
+    // Runs a copy: one test lets Run outlive the object.
+    unsigned int Run() override { return std::function<unsigned int()>(m_Body)(); }
 
-    explicit GatedWorker(Ending ending = Ending::Return, unsigned int result = 0)
-        : Thread(u"gated"), m_Ending(ending), m_Result(result)
-    {
-    }
+private:
+    std::function<unsigned int()> m_Body;
+};
 
+/// A one-way gate between the test and a worker.
+class Gate
+{
+public:
     void Open()
     {
         std::lock_guard<std::mutex> lock(m_Mutex);
         m_bOpen = true;
-        m_Opened.notify_all();
+        m_Changed.notify_all();
     }
-
-    unsigned int Run() override
+    void Pass()
     {
-        m_bRan = true;
-        {
-            std::unique_lock<std::mutex> lock(m_Mutex);
-            m_Opened.wait(lock, [this] { return m_bOpen; });
-        }
-        if (m_Ending == Ending::Throw)
-            throw std::runtime_error("escaped Run");
-        if (m_Ending == Ending::Assert)
-            ZUL_ASSERT(m_Result == 12345);
-        return m_Result;
+        std::unique_lock<std::mutex> lock(m_Mutex);
+        m_Changed.wait(lock, [this] { return m_bOpen; });
     }
-
-    std::atomic<bool> m_bRan{false};
+    bool IsOpen()
+    {
+        std::lock_guard<std::mutex> lock(m_Mutex);
+        return m_bOpen;
+    }
 
 private:
-    Ending m_Ending;
-    unsigned int m_Result;
     std::mutex m_Mutex;
-    std::condition_variable m_Opened;
+    std::condition_variable m_Changed;
     bool m_bOpen = false;
 };
 } // namespace
 
 TEST(Thread, WaitTellsRunningFromEndedAndEndedStaysEnded)
 {
-    GatedWorker worker(GatedWorker::Ending::Return, 42);
-    EXPECT_EQ(worker.GetThreadId(), 0xFFFFFFFFu);
+    Gate gate;
+    Worker worker(
+        [&]
+        {
+            gate.Pass();
+            return 42u;
+        });
+    EXPECT_FALSE(worker.Wait(0));
+    EXPECT_EQ(worker.GetLastError(), static_cast<std::uint32_t>(ESRCH)); // not started yet
+
     worker.Start(false);
     EXPECT_NE(worker.GetThreadId(), 0xFFFFFFFFu);
-
     EXPECT_FALSE(worker.Wait(0));
     EXPECT_FALSE(worker.Wait(20));
-    EXPECT_EQ(worker.GetLastError(), 0u); // a time-out is not a failure
+    EXPECT_EQ(worker.GetLastError(), static_cast<std::uint32_t>(ESRCH)); // a time-out is no failure
     EXPECT_EQ(worker.GetExitCode(), 0u);
 
-    worker.Open();
+    gate.Open();
     EXPECT_TRUE(worker.Wait(zul::INFINITE_WAIT));
     for (int i = 0; i < 3; ++i)
         EXPECT_TRUE(worker.Wait(0));
@@ -83,112 +80,62 @@ TEST(Thread, WaitTellsRunningFromEndedAndEndedStaysEnded)
     EXPECT_FALSE(worker.GetFailure());
 }
 
-TEST(Thread, WaitBeforeStartFails)
-{
-    GatedWorker worker;
-    EXPECT_FALSE(worker.Wait(0));
-    EXPECT_EQ(worker.GetLastError(), static_cast<std::uint32_t>(ESRCH));
-    EXPECT_EQ(worker.GetExitCode(), 0u);
-}
-
-TEST(Thread, ExceptionEscapingRunIsKeptForTheOwner)
-{
-    GatedWorker worker(GatedWorker::Ending::Throw, 7);
-    worker.Start(false);
-    worker.Open();
-    ASSERT_TRUE(worker.Wait(zul::INFINITE_WAIT));
-    EXPECT_EQ(worker.GetExitCode(), 0u);
-    const std::exception_ptr failure = worker.GetFailure();
-    ASSERT_TRUE(failure);
-    try
-    {
-        std::rethrow_exception(failure);
-    }
-    catch (const std::runtime_error& error)
-    {
-        EXPECT_STREQ(error.what(), "escaped Run");
-    }
-}
-
-TEST(Thread, AssertionFailingInRunIsKept)
+TEST(Thread, ExceptionsEscapingRunAreKeptForTheOwner)
 {
     TempWorkingDirectory directory;
-    GatedWorker worker(GatedWorker::Ending::Assert, 1);
-    worker.Start(false);
-    worker.Open();
-    ASSERT_TRUE(worker.Wait(zul::INFINITE_WAIT));
-    EXPECT_THROW(std::rethrow_exception(worker.GetFailure()), zul::AssertionFailure);
-    EXPECT_NE(TempWorkingDirectory::ReadLog().find("\tm_Result == 12345\n"), std::string::npos);
+    Worker throwing([]() -> unsigned int { throw std::runtime_error("escaped Run"); });
+    Worker asserting(
+        []
+        {
+            ZUL_ASSERT(1 == 2);
+            return 1u;
+        });
+    throwing.Start(false);
+    asserting.Start(false);
+    ASSERT_TRUE(throwing.Wait(zul::INFINITE_WAIT));
+    ASSERT_TRUE(asserting.Wait(zul::INFINITE_WAIT));
+    EXPECT_EQ(throwing.GetExitCode(), 0u);
+    EXPECT_THROW(std::rethrow_exception(throwing.GetFailure()), std::runtime_error);
+    EXPECT_THROW(std::rethrow_exception(asserting.GetFailure()), zul::AssertionFailure);
+    EXPECT_NE(TempWorkingDirectory::ReadLog().find("\t1 == 2\n"), std::string::npos);
 }
 
 TEST(Thread, SuspendedStartNeverRunsAndNeverHangs)
 {
-    auto worker = std::make_unique<GatedWorker>();
+    Gate ran;
+    auto worker = std::make_unique<Worker>(
+        [&]
+        {
+            ran.Open();
+            return 0u;
+        });
     worker->Start(true);
     // Nothing can resume it: a wait fails at once instead of blocking for ever.
     EXPECT_FALSE(worker->Wait(zul::INFINITE_WAIT));
     EXPECT_EQ(worker->GetLastError(), static_cast<std::uint32_t>(EDEADLK));
-    EXPECT_FALSE(worker->m_bRan);
     worker.reset(); // dismisses and joins the held thread
+    EXPECT_FALSE(ran.IsOpen());
 }
-
-namespace
-{
-/// Keeps all its state outside the object, so its Run may go on while the
-/// object is being destroyed.
-struct Outside
-{
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool started = false;
-    bool open = false;
-    bool finished = false;
-};
-
-class OutsideWorker : public zul::Thread
-{
-public:
-    explicit OutsideWorker(Outside& outside) : Thread(u"outside"), m_pOutside(&outside) {}
-    unsigned int Run() override
-    {
-        Outside& outside = *m_pOutside; // the last use of the object itself
-        std::unique_lock<std::mutex> lock(outside.mutex);
-        outside.started = true;
-        outside.changed.notify_all();
-        outside.changed.wait(lock, [&] { return outside.open; });
-        outside.finished = true;
-        return 0;
-    }
-
-private:
-    Outside* m_pOutside;
-};
-} // namespace
 
 TEST(Thread, DestructorJoinsAThreadStillRunning)
 {
-    Outside outside;
+    Gate started;
+    Gate proceed;
+    Gate finished;
     {
-        OutsideWorker worker(outside);
+        Worker worker(
+            [&]
+            {
+                started.Open();
+                proceed.Pass();
+                finished.Open();
+                return 0u;
+            });
         worker.Start(false);
-        std::unique_lock<std::mutex> lock(outside.mutex);
-        outside.changed.wait(lock, [&] { return outside.started; });
-        outside.open = true;
-        outside.changed.notify_all();
+        started.Pass();
+        proceed.Open();
         // Destroyed without a Wait: the destructor must join, not terminate.
     }
-    std::lock_guard<std::mutex> lock(outside.mutex);
-    EXPECT_TRUE(outside.finished);
-
-    GatedWorker neverStarted; // destroying one that never started closes nothing
-}
-
-TEST(Thread, SecondStartIsAnAssertionFailure)
-{
-    TempWorkingDirectory directory;
-    GatedWorker worker;
-    worker.Start(false);
-    EXPECT_THROW(worker.Start(false), zul::AssertionFailure);
-    worker.Open();
-    EXPECT_TRUE(worker.Wait(zul::INFINITE_WAIT));
+    EXPECT_TRUE(finished.IsOpen());
+    Worker neverStarted([] { return 0u; }); // destroying it closes nothing
 }
