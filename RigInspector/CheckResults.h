@@ -25,11 +25,11 @@ struct SystemResult
 struct FirewallResult
 {
     bool ran = false;
-    bool comFailed = false;        // "Failed to init COM" was printed
+    bool comFailed = false; // "Failed to init COM" was printed
     std::int32_t comHresult = 0;
-    bool profileFound = false;     // a firewall manager answered
-    bool passed = false;           // no red "failed" was printed
-    int result = 0;                // 3: offer the "Windows Firewall off" button
+    bool profileFound = false; // a firewall manager answered
+    bool passed = false;       // no red "failed" was printed
+    int result = 0;            // 3: offer the "Windows Firewall off" button
 };
 
 struct TcpResult
@@ -39,10 +39,10 @@ struct TcpResult
     bool uploadCompleted = false;
     double uploadBytesPerSec = 0.0;
     double downloadBytesPerSec = 0.0;
-    float uploadKBs = 0.0f;        // as printed: bytes/s x (1/1024) in single precision
+    float uploadKBs = 0.0f; // as printed: bytes/s x (1/1024) in single precision
     float downloadKBs = 0.0f;
-    bool passed = false;           // no failure line was printed
-    tstring failure;               // what escaped the worker, if anything did
+    bool passed = false; // no failure line was printed
+    tstring failure;     // what escaped the worker, if anything did
 };
 
 struct UdpResult
@@ -55,18 +55,18 @@ struct UdpResult
     std::int32_t minPingMs = -1;
     std::int32_t avgPingMs = -1;
     std::int32_t maxPingMs = -1;
-    bool passed = false;           // nothing was lost
-    tstring failure;               // what escaped the worker, if anything did
+    bool passed = false; // nothing was lost
+    tstring failure;     // what escaped the worker, if anything did
 };
 
 struct PortsResult
 {
     bool ran = false;
-    std::int32_t firstPort = 0;    // m_CheckPortMin
-    std::int32_t endPort = 0;      // m_CheckPortMax (not probed)
+    std::int32_t firstPort = 0; // m_CheckPortMin
+    std::int32_t endPort = 0;   // m_CheckPortMax (not probed)
     int probed = 0;
     std::vector<std::int32_t> busyPorts;
-    bool passed = false;           // no port was busy
+    bool passed = false; // no port was busy
 };
 
 struct CheckResults
