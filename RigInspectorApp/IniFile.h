@@ -14,7 +14,8 @@ tstring GetPrivateProfileString(const tstring& section, const tstring& key, cons
 
 /// The number at the start of the value (as _wtoi reads it), or defaultValue
 /// when the file, the section or the key is missing.
-int GetPrivateProfileInt(const tstring& section, const tstring& key, int defaultValue, const std::string& path);
+int GetPrivateProfileInt(const tstring& section, const tstring& key, int defaultValue,
+                         const std::string& path);
 
 /// Sets [section] key to value, creating the file, the section or the key when
 /// missing and keeping every other byte of the file. The file is replaced

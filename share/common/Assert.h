@@ -30,9 +30,9 @@ std::string WriteAssertionLog(const char* expression, const char* file, int line
 /// that the record reads "NEVER_GET_HERE".
 #define NEVER_GET_HERE false
 
-#define ZUL_ASSERT(expression)                                                                           \
-    do                                                                                                   \
-    {                                                                                                    \
-        if (!static_cast<bool>(expression))                                                             \
-            ::zul::FailAssertion(#expression, __FILE__, __LINE__, "");                                   \
+#define ZUL_ASSERT(expression)                                                                               \
+    do                                                                                                       \
+    {                                                                                                        \
+        if (!static_cast<bool>(expression))                                                                  \
+            ::zul::FailAssertion(#expression, __FILE__, __LINE__, "");                                       \
     } while (false)
