@@ -70,6 +70,17 @@ void UdpChecker::AddPingTime(std::int32_t pingTime)
         m_MaxPing = pingTime;
 }
 
+std::optional<std::int32_t> UdpChecker::AcceptPong(const EchoText::Fields& pong, int nSent,
+                                                   std::uint32_t nNow)
+{
+    // Unsigned difference, then signed: a tick from a clock past 2^31 reads
+    // negative and is refused.
+    const auto rtt = static_cast<std::int32_t>(nNow - static_cast<std::uint32_t>(pong.m_Tick));
+    if (pong.m_Seq >= 0 && pong.m_Seq < nSent && pong.m_Tick > 0 && rtt > 0)
+        return rtt;
+    return std::nullopt;
+}
+
 int UdpChecker::LossCount() const
 {
     return static_cast<int>(std::count(m_Answered.begin(), m_Answered.end(), false));
@@ -114,18 +125,12 @@ unsigned int UdpChecker::Run()
         }
         if (const PooledDatagram pong{pongSocket.ReceiveFrom()})
         {
-            if (const auto fields = EchoText::ParsePong(pong->GetBuffer(), pong->GetLength()))
+            const auto fields = EchoText::ParsePong(pong->GetBuffer(), pong->GetLength());
+            if (const auto rtt =
+                    fields ? AcceptPong(*fields, SentCount(), zul::GetTickCount()) : std::nullopt)
             {
-                // Unsigned difference, then signed: a tick from a clock past
-                // 2^31 reads negative and is refused below.
-                const auto rtt = static_cast<std::int32_t>(zul::GetTickCount() -
-                                                           static_cast<std::uint32_t>(fields->m_Tick));
-                const int sent = static_cast<int>(m_Answered.size());
-                if (fields->m_Seq >= 0 && fields->m_Seq < sent && fields->m_Tick > 0 && rtt > 0)
-                {
-                    m_Answered[static_cast<std::size_t>(fields->m_Seq)] = true;
-                    AddPingTime(rtt);
-                }
+                m_Answered[static_cast<std::size_t>(fields->m_Seq)] = true;
+                AddPingTime(*rtt);
             }
         }
         zul::Sleep(m_Interval);

@@ -4,8 +4,10 @@
 // thread has ended.
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
+#include "EchoText.h"
 #include "share/common/TString.h"
 #include "share/common/Thread.h"
 
@@ -23,6 +25,11 @@ public:
     void Reset();
     /// Records one round trip; pingTime must be above 0.
     void AddPingTime(std::int32_t pingTime);
+    /// The round trip a parsed pong counts for, or nothing when it is refused:
+    /// seq must be one of the nSent pings, tick above 0, and the round trip
+    /// (nNow - tick, in 32-bit tick arithmetic) above 0.
+    static std::optional<std::int32_t> AcceptPong(const EchoText::Fields& pong, int nSent,
+                                                  std::uint32_t nNow);
     /// Pings sent and not answered.
     int LossCount() const;
     int SentCount() const { return static_cast<int>(m_Answered.size()); }

@@ -481,11 +481,15 @@ std::string Edited(const Document& doc, const tstring& section, const tstring& k
             return b.substr(0, anchor->end) + eol + keyLine + eol + b.substr(anchor->next);
         return b.substr(0, anchor->next) + keyLine + eol + b.substr(anchor->next);
     }
-    std::string out = b;
+    // The new section goes before a dangling odd byte of a UTF-16 file, which
+    // would otherwise shift every character after it by one byte.
+    const std::size_t unit = UnitBytes(doc.encoding);
+    const std::size_t limit = doc.bomBytes + (b.size() - doc.bomBytes) / unit * unit;
+    std::string out = b.substr(0, limit);
     if (!doc.lines.empty() && doc.lines.back().next == doc.lines.back().end)
         out += eol;
     out += Encode(doc.encoding, u"[" + section + u"]") + eol + keyLine + eol;
-    return out;
+    return out + b.substr(limit);
 }
 
 bool WriteAll(int fd, const std::string& data)

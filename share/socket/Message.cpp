@@ -88,7 +88,9 @@ Message& Message::read(void* pDestination, std::uint16_t n)
     ZUL_ASSERT(m_Buffer != NULL);
     if (static_cast<int>(m_ReadOffset) + n > m_WriteOffset)
         throw zul::Error(zul::FormatString(u"Message::read(%d) error : %s", n, Message::ToString()), 0);
-    std::memcpy(pDestination, m_Buffer + m_ReadOffset, n);
+    // An empty read may come with a null destination (an empty vector's data()).
+    if (n != 0)
+        std::memcpy(pDestination, m_Buffer + m_ReadOffset, n);
     m_ReadOffset = static_cast<std::uint16_t>(m_ReadOffset + n);
     return *this;
 }
@@ -98,7 +100,8 @@ Message& Message::write(const void* pSource, std::uint16_t n)
     ZUL_ASSERT(m_Buffer != NULL);
     if (static_cast<int>(m_WriteOffset) + n > m_Capacity)
         throw zul::Error(zul::FormatString(u"Message::write(%d) error : %s", n, Message::ToString()), 0);
-    std::memcpy(m_Buffer + m_WriteOffset, pSource, n);
+    if (n != 0)
+        std::memcpy(m_Buffer + m_WriteOffset, pSource, n);
     m_WriteOffset = static_cast<std::uint16_t>(m_WriteOffset + n);
     SetBodyLength(static_cast<std::uint16_t>(m_WriteOffset - MSG_HEADER_SIZE));
     return *this;

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "EchoReply.h"
 #include "RigInspector/EchoText.h"
 
 namespace
@@ -85,19 +86,19 @@ void UdpEchoService::Answer(std::size_t nRequest)
         ++m_Dropped;
         return;
     }
-    Bytes pong = EchoText::FormatPong(ping->m_Seq, ping->m_Tick);
-    if (m_Options.m_bMalformedPongs)
-        Malform(pong, nRequest);
-    // Never larger than the request, so a forged source gains no
-    // amplification: "ping  5" reads as seq 0 and would grow into "pong 0 5".
-    if (pong.size() > nRequest)
+    // Faults take turns: the odd admitted pings get the wrong word.
+    const PongFault fault = !m_Options.m_bMalformedPongs ? PongFault::None
+                            : m_Admitted % 2 == 1        ? PongFault::WrongWord
+                                                         : PongFault::NoTick;
+    auto pong = PongFor(*ping, m_Buffer.data(), nRequest, fault);
+    if (!pong)
     {
         ++m_Ignored;
         return;
     }
     const asio::ip::udp::endpoint to(m_Sender.address(), m_Options.m_PongPort);
     if (m_Options.m_PongDelayMs == 0)
-        return Send(to, pong);
+        return Send(to, *pong);
     if (m_Delayed.size() >= kMaxDelayed)
     {
         ++m_Dropped;
@@ -105,25 +106,9 @@ void UdpEchoService::Answer(std::size_t nRequest)
     }
     const bool bWasEmpty = m_Delayed.empty();
     m_Delayed.push_back(
-        {Clock::now() + std::chrono::milliseconds(m_Options.m_PongDelayMs), to, std::move(pong)});
+        {Clock::now() + std::chrono::milliseconds(m_Options.m_PongDelayMs), to, std::move(*pong)});
     if (bWasEmpty)
         ArmDelayTimer();
-}
-
-void UdpEchoService::Malform(Bytes& pong, std::size_t nRequest) const
-{
-    // Two faults the client must both reject, taking turns: the request with
-    // the wrong word ("pang ..."), and a pong without its tick field.
-    if (m_Admitted % 2 == 1)
-    {
-        pong.assign(m_Buffer.begin(), m_Buffer.begin() + static_cast<std::ptrdiff_t>(nRequest));
-        pong[2] = 'a';
-    }
-    else
-    {
-        const tstring text = EchoText::FromBytes(pong.data(), pong.size());
-        pong = EchoText::ToBytes(text.substr(0, text.rfind(u' ')));
-    }
 }
 
 void UdpEchoService::Send(const asio::ip::udp::endpoint& to, const Bytes& data)

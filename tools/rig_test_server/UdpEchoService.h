@@ -36,7 +36,6 @@ private:
     void Receive();
     void OnReceive(const std::error_code& ec, std::size_t n);
     void Answer(std::size_t nRequest);
-    void Malform(Bytes& pong, std::size_t nRequest) const;
     void Send(const asio::ip::udp::endpoint& to, const Bytes& data);
     void ArmDelayTimer();
     void OnDelayTimer(const std::error_code& ec);
