@@ -69,6 +69,11 @@ public:
         m_Service.Remove(shared_from_this());
     }
 
+    /// Connected but never sent a byte: what a flood of idle connections
+    /// looks like, since a real client starts its upload at once.
+    bool HasSentNothing() const { return m_Up == 0; }
+    Clock::time_point GetStart() const { return m_Start; }
+
 private:
     void Read()
     {
@@ -107,10 +112,13 @@ private:
                 Finish("client-error");
             return;
         }
+        const bool bFirstBytes = m_Up == 0 && n > 0;
         m_Up += n;
         m_LastReceive = m_LastProgress = Clock::now();
         if (!m_bSending && m_Up >= kExchangeBytes)
             StartDownload("full");
+        else if (bFirstBytes)
+            ArmTimer(); // the download deadlines start to count now
         Read();
     }
 
@@ -173,7 +181,7 @@ private:
                              m_Start + Millis(m_Options.m_SessionLimitMs));
         if (IsReadingStopped() && m_bSendDone)
             next = std::min(next, m_Start + Millis(m_Options.m_UploadLimitMs));
-        if (!m_bSending)
+        if (IsDownloadDue())
             next = std::min({next, m_LastReceive + Millis(m_Options.m_UploadSilenceMs),
                              m_Start + Millis(m_Options.m_UploadLimitMs)});
         m_Timer.expires_at(next);
@@ -191,9 +199,9 @@ private:
             return Finish("idle-timeout");
         // The client never says that its upload ended early (its time limit,
         // a failed send): silence or its time limit has to stand for that.
-        if (!m_bSending && now - m_LastReceive >= Millis(m_Options.m_UploadSilenceMs))
+        if (IsDownloadDue() && now - m_LastReceive >= Millis(m_Options.m_UploadSilenceMs))
             StartDownload("silence");
-        else if (!m_bSending && now - m_Start >= Millis(m_Options.m_UploadLimitMs))
+        else if (IsDownloadDue() && now - m_Start >= Millis(m_Options.m_UploadLimitMs))
             StartDownload("limit");
         if (IsReadingStopped() && m_bSendDone && now - m_Start >= Millis(m_Options.m_UploadLimitMs))
         {
@@ -203,6 +211,11 @@ private:
         if (!m_bFinished)
             ArmTimer();
     }
+
+    // A client that sent nothing gets no download on silence or at the limit:
+    // 512 KB pushed into each of hundreds of idle connections would starve
+    // the real tests; such a session ends at the idle time-out instead.
+    bool IsDownloadDue() const { return !m_bSending && m_Up > 0; }
 
     TcpSpeedService& m_Service;
     const ServerOptions& m_Options;
@@ -296,7 +309,7 @@ void TcpSpeedService::OnAccept(const std::error_code& ec, asio::ip::tcp::socket 
     m_bBackingOff = false;
     std::error_code peerError;
     const std::string peer = ToText(socket.remote_endpoint(peerError));
-    if (m_Sessions.size() >= m_Options.m_MaxConnections)
+    if (m_Sessions.size() >= m_Options.m_MaxConnections && !EvictSilentSession())
     {
         // Refused at once rather than left waiting in the backlog: a client
         // stuck there would measure nothing but its own time-outs.
@@ -309,6 +322,20 @@ void TcpSpeedService::OnAccept(const std::error_code& ec, asio::ip::tcp::socket 
     m_Sessions.insert(session);
     session->Start();
     Accept();
+}
+
+bool TcpSpeedService::EvictSilentSession()
+{
+    std::shared_ptr<Session> oldest;
+    for (const auto& session : m_Sessions)
+    {
+        if (session->HasSentNothing() && (!oldest || session->GetStart() < oldest->GetStart()))
+            oldest = session;
+    }
+    if (!oldest)
+        return false;
+    oldest->Finish("evicted-silent");
+    return true;
 }
 
 void TcpSpeedService::Remove(const std::shared_ptr<Session>& session)

@@ -37,6 +37,9 @@ private:
     void Accept();
     void OnAccept(const std::error_code& ec, asio::ip::tcp::socket socket);
     void Remove(const std::shared_ptr<Session>& session);
+    /// When full: ends the oldest connection that has not sent a byte, so
+    /// that idle connections cannot lock real tests out. False when none has.
+    bool EvictSilentSession();
 
     asio::io_context& m_Io;
     const ServerOptions& m_Options;
