@@ -133,6 +133,33 @@ bool ReadDrmVideoMemory(const std::string& drmRoot, std::uint64_t& totalBytes, s
 
 namespace
 {
+bool HasEntryStartingWith(const std::string& dirPath, const std::vector<std::string>& prefixes)
+{
+    DIR* dir = ::opendir(dirPath.c_str());
+    if (dir == nullptr)
+        return false;
+    bool found = false;
+    while (const dirent* entry = ::readdir(dir))
+    {
+        const std::string name = entry->d_name;
+        for (const std::string& prefix : prefixes)
+            found = found || name.compare(0, prefix.size(), prefix) == 0;
+        if (found)
+            break;
+    }
+    ::closedir(dir);
+    return found;
+}
+} // namespace
+
+bool HasGpuDeviceNode(const std::string& devRoot)
+{
+    return HasEntryStartingWith(devRoot + "/dri", {"card", "renderD"}) ||
+           HasEntryStartingWith(devRoot, {"nvidia", "dxg"});
+}
+
+namespace
+{
 /// Owns one dlopen handle.
 class Library
 {
@@ -474,8 +501,11 @@ bool GetVideoMemory(std::uint32_t& total, std::uint32_t& free)
     free = 0;
     std::uint64_t totalBytes = 0;
     std::uint64_t freeBytes = 0;
+    // Every hardware driver answers through a device node; without one, the
+    // child would load every installed driver (about 100 ms) only to find the
+    // software renderers, whose memory is system memory.
     if (!ReadDrmVideoMemory("/sys/class/drm", totalBytes, freeBytes) &&
-        !ReadDriverVideoMemoryInChild(totalBytes, freeBytes))
+        !(HasGpuDeviceNode("/dev") && ReadDriverVideoMemoryInChild(totalBytes, freeBytes)))
         return false;
     total = BytesToReportMegabytes(totalBytes);
     free = BytesToReportMegabytes(freeBytes);

@@ -59,4 +59,22 @@ TEST(DrmVideoMemory, ReadsTheFirstCardWithVram)
     EXPECT_EQ(free, 16106127360u);
     EXPECT_EQ(BytesToReportMegabytes(total), 4194u); // a 16 GiB card shows 4194M, never a wrapped figure
 }
+
+// Without a GPU node the driver probe is skipped; each kind of node enables it.
+TEST(GpuDeviceNode, FoundOnlyForDriverNodes)
+{
+    TempDir dev;
+    EXPECT_FALSE(HasGpuDeviceNode(dev.Path()));
+    TempDir::Write(dev.File("null"), "");
+    ::mkdir(dev.File("dri").c_str(), 0755);
+    TempDir::Write(dev.File("dri/by-path"), "");
+    EXPECT_FALSE(HasGpuDeviceNode(dev.Path()));
+    for (const char* node : {"dri/renderD128", "nvidiactl", "dxg"})
+    {
+        TempDir other;
+        ::mkdir(other.File("dri").c_str(), 0755);
+        TempDir::Write(other.File(node), "");
+        EXPECT_TRUE(HasGpuDeviceNode(other.Path())) << node;
+    }
+}
 } // namespace
