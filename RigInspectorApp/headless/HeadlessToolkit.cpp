@@ -137,7 +137,7 @@ void HeadlessToolkit::PostQuitMessage(int /*nExitCode*/)
 
 std::uint32_t HeadlessToolkit::TimeGetTime()
 {
-    return zul::GetTickCount();
+    return zul::MillisecondsSinceBoot();
 }
 
 void HeadlessToolkit::Sleep(std::uint32_t nMilliseconds)

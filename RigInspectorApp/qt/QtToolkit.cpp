@@ -57,7 +57,7 @@ void QtToolkit::PostQuitMessage(int nExitCode)
 
 std::uint32_t QtToolkit::TimeGetTime()
 {
-    return zul::GetTickCount();
+    return zul::MillisecondsSinceBoot();
 }
 
 void QtToolkit::Sleep(std::uint32_t nMilliseconds)

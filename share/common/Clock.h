@@ -14,6 +14,12 @@ std::uint32_t GetTickCount();
 /// to the edge of 2^31 or 2^32. Not for production code.
 void SetTickCountBiasForTesting(std::uint32_t bias);
 
+/// The millisecond clock Windows' timeGetTime reads: counted from system
+/// start, wrapping as 32-bit unsigned. The check sequence paces its steps by
+/// it; unlike GetTickCount it is far past 0 when the process starts, so the
+/// first step does not wait for it to reach the pause between steps.
+std::uint32_t MillisecondsSinceBoot();
+
 /// Sleeps the calling thread for at least the given number of milliseconds.
 void Sleep(std::uint32_t milliseconds);
 } // namespace zul

@@ -28,6 +28,12 @@ std::uint32_t GetTickCount()
            g_bias.load(std::memory_order_relaxed);
 }
 
+std::uint32_t MillisecondsSinceBoot()
+{
+    // CLOCK_MONOTONIC counts from boot on Linux (suspended time aside).
+    return static_cast<std::uint32_t>(MonotonicMilliseconds());
+}
+
 void SetTickCountBiasForTesting(std::uint32_t bias)
 {
     g_bias.store(bias, std::memory_order_relaxed);
