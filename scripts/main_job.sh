@@ -9,7 +9,8 @@
 # so nothing is written outside the build tree.
 #
 # With a display (DISPLAY or WAYLAND_DISPLAY set) the desktop window opens;
-# otherwise the headless front end runs in the terminal and leaves
+# otherwise the headless front end runs in the terminal, accepts the
+# recommended graphic options (writing demo/game/option.ini) and leaves
 # demo/report.html and demo/report.json behind. A run that finished is a
 # success even when a check failed (with no GPU the video check says
 # "error!"); the job fails only when the run itself could not happen.
@@ -45,8 +46,9 @@ mkfifo "$fifo"
 "$SERVER" --address 127.0.0.1 --pong-delay 2 >"$fifo" 2>"$log" &
 server_pid=$!
 cleanup() {
-    kill -TERM "$server_pid" 2>/dev/null || true
-    wait "$server_pid" 2>/dev/null || true
+    if kill -TERM "$server_pid" 2>/dev/null; then
+        wait "$server_pid" 2>/dev/null || true
+    fi
     rm -f "$fifo"
 }
 trap cleanup EXIT
@@ -57,8 +59,9 @@ if ! read -r -t 10 ready <&3; then
     exit 1
 fi
 echo "== $ready"
-# Keep draining the server's stdout so it never blocks on a full pipe.
-cat <&3 >/dev/null &
+# Keep collecting the server's log lines so it never blocks on a full pipe.
+cat <&3 >>"$log" &
+drain_pid=$!
 
 cd "$DEMO/patcher"
 if [ "$gui" = 1 ] && [ -n "$DESKTOP" ]; then
@@ -70,9 +73,16 @@ if [ "$gui" = 1 ] && [ -n "$DESKTOP" ]; then
 else
     echo "== running the headless check sequence in $DEMO/patcher"
     set +e
-    "$CLI" --report "$DEMO/report.html" --json "$DEMO/report.json"
+    # Leave as a player who accepts the recommendation would: "Next", then
+    # "Accept", which writes ../game/option.ini.
+    "$CLI" --accept --report "$DEMO/report.html" --json "$DEMO/report.json"
     status=$?
     set -e
+    if [ -f "$DEMO/game/option.ini" ]; then
+        echo
+        echo "== graphic options written to $DEMO/game/option.ini:"
+        cat "$DEMO/game/option.ini"
+    fi
     echo
     echo "== report: $DEMO/report.html"
     echo "== JSON:   $DEMO/report.json"
@@ -81,6 +91,10 @@ else
         1) echo "== the run finished; some checks did not pass (see the report)" ;;
     esac
 fi
+# Stop the server now so its closing summary is in the log too.
+cleanup
+trap - EXIT
+wait "$drain_pid" 2>/dev/null || true
 echo "== server log:"
 cat "$log"
 # 0: all passed, 1: the run finished with a check not passed. Anything else
