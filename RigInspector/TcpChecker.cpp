@@ -46,10 +46,10 @@ unsigned int TcpChecker::Run()
 {
     m_bRunning = true;
     zul::socket::MSocket socket(0, true);
-    // The upload rate counts what the kernel accepted. Left to autotuning, a
-    // send buffer grows to megabytes and swallows the whole 512 KB at once,
-    // so a slow link would show a fast upload; a small one keeps the figure
-    // within a few dozen KB of what really left the machine.
+    // Left to autotuning, a send buffer grows to megabytes and swallows the
+    // whole 512 KB at once: the loop would then time the kernel, not the
+    // link. A small one keeps each send paced by the link; the upload still
+    // ends only once the server has acknowledged the rest (see Upload).
     socket.SetSendBufferSize(kSendBufferSize);
     m_bConnected = socket.IsValid() && socket.Connect(m_Host, m_Port);
     if (m_bConnected)
@@ -104,8 +104,27 @@ bool TcpChecker::Upload(zul::socket::MSocket& socket, int nBlocks)
         }
         zul::Sleep(m_Interval);
     }
+    if (completed && m_bRunning && !WaitUntilAcknowledged(socket, start))
+        completed = false;
     m_UploadSpeed = BytesPerSecond(static_cast<double>(sent), start, zul::GetTickCount());
     return completed;
+}
+
+bool TcpChecker::WaitUntilAcknowledged(zul::socket::MSocket& socket, std::uint32_t start)
+{
+    // The last sends only reached the kernel: timing the phase there would
+    // credit the upload with a send buffer's worth of bytes still on their
+    // way, and the download would start its clock while the server was still
+    // taking them in. A poll per m_Interval errs by one pause at most.
+    while (socket.GetUnacknowledgedBytes() > 0)
+    {
+        if (!m_bRunning)
+            return true;
+        if (zul::GetTickCount() - start > m_Timeout)
+            return false;
+        zul::Sleep(m_Interval);
+    }
+    return true;
 }
 
 void TcpChecker::Download(zul::socket::MSocket& socket, int nBlocks)

@@ -33,6 +33,9 @@ public:
     /// False when the phase ran out of time or a send failed.
     bool Upload(zul::socket::MSocket& socket, int nBlocks);
     void Download(zul::socket::MSocket& socket, int nBlocks);
+    /// Waits until the peer has acknowledged every byte sent, at most until
+    /// the phase that began at tick start runs out of time (then false).
+    bool WaitUntilAcknowledged(zul::socket::MSocket& socket, std::uint32_t start);
 
     // Configuration (before Start) and results (after Wait).
     std::atomic<bool> m_bRunning{false};

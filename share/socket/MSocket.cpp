@@ -204,6 +204,17 @@ std::uint32_t MSocket::GetReadableBytes()
     return nBytes;
 }
 
+std::uint32_t MSocket::GetUnacknowledgedBytes()
+{
+    std::uint32_t nBytes = 0;
+    if (!platform::GetUnacknowledgedBytes(m_Socket, nBytes))
+    {
+        Fail();
+        return 0;
+    }
+    return nBytes;
+}
+
 bool MSocket::IsConnected() const
 {
     return IsValid() && m_PeerHost != kUnknown && m_PeerHost != kInvalid && m_PeerPort != 0;

@@ -70,6 +70,9 @@ public:
     bool SetBlocking();
     /// Bytes waiting to be read; 0 on failure.
     std::uint32_t GetReadableBytes();
+    /// Bytes sent that the peer has not acknowledged yet: what Send accepted
+    /// but has not really arrived. 0 on failure.
+    std::uint32_t GetUnacknowledgedBytes();
 
     bool IsValid() const { return m_Socket != kInvalidSocket; }
     bool IsOverlapped() const { return m_bOverlapped == 1; }

@@ -47,6 +47,9 @@ int LastError();
 bool SetNonBlocking(SocketHandle hSocket, bool bNonBlocking);
 /// Bytes waiting to be read; false on failure.
 bool GetReadableBytes(SocketHandle hSocket, std::uint32_t& nBytes);
+/// Bytes given to a stream socket that the peer has not acknowledged yet
+/// (still to be sent, or in flight); false on failure.
+bool GetUnacknowledgedBytes(SocketHandle hSocket, std::uint32_t& nBytes);
 
 bool Bind(SocketHandle hSocket, const sockaddr_in& addr);
 bool Listen(SocketHandle hSocket, int nBacklog);

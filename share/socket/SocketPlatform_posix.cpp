@@ -9,6 +9,7 @@
 #include <fstream>
 #include <ifaddrs.h>
 #include <linux/if_packet.h>
+#include <linux/sockios.h>
 #include <map>
 #include <net/if.h>
 #include <net/if_arp.h>
@@ -120,6 +121,15 @@ bool GetReadableBytes(SocketHandle hSocket, std::uint32_t& nBytes)
 {
     int count = 0;
     if (::ioctl(hSocket, FIONREAD, &count) == -1)
+        return false;
+    nBytes = static_cast<std::uint32_t>(count);
+    return true;
+}
+
+bool GetUnacknowledgedBytes(SocketHandle hSocket, std::uint32_t& nBytes)
+{
+    int count = 0;
+    if (::ioctl(hSocket, SIOCOUTQ, &count) == -1)
         return false;
     nBytes = static_cast<std::uint32_t>(count);
     return true;

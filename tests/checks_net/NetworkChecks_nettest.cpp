@@ -100,6 +100,18 @@ TEST_F(NetworkChecksTest, TcpServerThatStopsReadingEndsTheUploadInTime)
     EXPECT_GT(run.checker.m_UploadSpeed, 0.0);
 }
 
+// The last blocks fit in the client's send buffer, so every send succeeds;
+// they never reach the server, and an upload is complete only once they have.
+TEST_F(NetworkChecksTest, TcpUploadStuckInTheSendBufferIsNotComplete)
+{
+    TcpTestServer server({.stopReadingAfter = 524288 - 8192});
+    TcpRun run(server.Port());
+    ASSERT_TRUE(run.ended);
+    EXPECT_TRUE(run.checker.m_bConnected);
+    EXPECT_FALSE(run.checker.m_bUploadCompleted);
+    EXPECT_GT(run.checker.m_UploadSpeed, 0.0);
+}
+
 TEST_F(NetworkChecksTest, TcpNothingListeningReportsNotConnected)
 {
     std::uint16_t closedPort = 0;
