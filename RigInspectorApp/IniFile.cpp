@@ -24,6 +24,8 @@
 //   surrogate that would end the value is dropped too (510 characters).
 #include "IniFile.h"
 
+#include "share/common/StringUtil.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -39,8 +41,10 @@ namespace
 {
 constexpr std::size_t kMaxValueChars = 511;
 // A settings or options file is a few hundred bytes; anything this large is
-// not one of ours and is treated as unreadable rather than parsed.
-constexpr off_t kMaxFileBytes = 16 * 1024 * 1024;
+// not one of ours and is treated as unreadable rather than parsed. Every key
+// read parses the whole file again, so the cap bounds start-up: a 10 MB file
+// of short lines took minutes and half a gigabyte to load twelve keys from.
+constexpr off_t kMaxFileBytes = 64 * 1024;
 
 enum class Encoding
 {
@@ -102,118 +106,6 @@ bool NamesEqual(const tstring& a, const tstring& b)
     return true;
 }
 
-// UTF-8 decoding of our own: a failed byte becomes U+FFFD, as zul::ToWide does,
-// and no blanks are trimmed (the writer must see the text exactly).
-tstring DecodeUtf8(const std::string& bytes, std::size_t begin, std::size_t end)
-{
-    tstring out;
-    out.reserve(end - begin);
-    std::size_t i = begin;
-    while (i < end)
-    {
-        const unsigned char c = static_cast<unsigned char>(bytes[i]);
-        char32_t code = 0;
-        std::size_t extra = 0;
-        char32_t minimum = 0;
-        if (c < 0x80)
-        {
-            out.push_back(c);
-            ++i;
-            continue;
-        }
-        if ((c & 0xE0) == 0xC0)
-        {
-            code = c & 0x1F;
-            extra = 1;
-            minimum = 0x80;
-        }
-        else if ((c & 0xF0) == 0xE0)
-        {
-            code = c & 0x0F;
-            extra = 2;
-            minimum = 0x800;
-        }
-        else if ((c & 0xF8) == 0xF0)
-        {
-            code = c & 0x07;
-            extra = 3;
-            minimum = 0x10000;
-        }
-        else
-        {
-            out.push_back(0xFFFD);
-            ++i;
-            continue;
-        }
-        std::size_t k = 1;
-        for (; k <= extra && i + k < end; ++k)
-        {
-            const unsigned char cc = static_cast<unsigned char>(bytes[i + k]);
-            if ((cc & 0xC0) != 0x80)
-                break;
-            code = (code << 6) | (cc & 0x3F);
-        }
-        if (k <= extra || code < minimum || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
-        {
-            out.push_back(0xFFFD);
-            i += (k > 1) ? k : 1;
-            continue;
-        }
-        if (code >= 0x10000)
-        {
-            code -= 0x10000;
-            out.push_back(static_cast<char16_t>(0xD800 + (code >> 10)));
-            out.push_back(static_cast<char16_t>(0xDC00 + (code & 0x3FF)));
-        }
-        else
-        {
-            out.push_back(static_cast<char16_t>(code));
-        }
-        i += extra + 1;
-    }
-    return out;
-}
-
-void AppendUtf8(std::string& out, const tstring& text)
-{
-    for (std::size_t i = 0; i < text.size(); ++i)
-    {
-        char32_t code = text[i];
-        if (code >= 0xD800 && code <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
-            text[i + 1] <= 0xDFFF)
-        {
-            code = 0x10000 + ((code - 0xD800) << 10) + (text[i + 1] - 0xDC00);
-            ++i;
-        }
-        else if (code >= 0xD800 && code <= 0xDFFF)
-        {
-            code = 0xFFFD;
-        }
-        if (code < 0x80)
-        {
-            out.push_back(static_cast<char>(code));
-        }
-        else if (code < 0x800)
-        {
-            out.push_back(static_cast<char>(0xC0 | (code >> 6)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-        }
-        else if (code < 0x10000)
-        {
-            out.push_back(static_cast<char>(0xE0 | (code >> 12)));
-            out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-        }
-        else
-        {
-            out.push_back(static_cast<char>(0xF0 | (code >> 18)));
-            out.push_back(static_cast<char>(0x80 | ((code >> 12) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
-        }
-    }
-}
-
 std::size_t UnitBytes(Encoding encoding)
 {
     return encoding == Encoding::Utf8 ? 1 : 2;
@@ -231,12 +123,9 @@ char16_t UnitAt(const Document& doc, std::size_t offset)
 
 std::string Encode(Encoding encoding, const tstring& text)
 {
-    std::string out;
     if (encoding == Encoding::Utf8)
-    {
-        AppendUtf8(out, text);
-        return out;
-    }
+        return zul::Utf16ToUtf8(text);
+    std::string out;
     for (char16_t c : text)
     {
         const char lo = static_cast<char>(c & 0xFF);
@@ -258,7 +147,7 @@ std::string Encode(Encoding encoding, const tstring& text)
 tstring DecodeRange(const Document& doc, std::size_t begin, std::size_t end)
 {
     if (doc.encoding == Encoding::Utf8)
-        return DecodeUtf8(doc.bytes, begin, end);
+        return zul::Utf8ToUtf16(std::string_view(doc.bytes).substr(begin, end - begin));
     tstring out;
     for (std::size_t i = begin; i < end; i += 2)
         out.push_back(UnitAt(doc, i));

@@ -119,11 +119,9 @@ std::string Trim(const std::string& text)
     return text.substr(first, last - first + 1);
 }
 
-std::string ToMultiByte(const char16_t* text, int length)
+std::string Utf16ToUtf8(std::u16string_view text)
 {
-    if (text == nullptr)
-        return std::string();
-    const std::size_t count = length < 0 ? WcsLen(text) : static_cast<std::size_t>(length);
+    const std::size_t count = text.size();
     std::string result;
     // One UTF-16 code unit takes up to 3 UTF-8 bytes (a surrogate pair, two
     // units, takes 4).
@@ -145,7 +143,25 @@ std::string ToMultiByte(const char16_t* text, int length)
         else
             AppendUtf8(result, unit);
     }
-    return Trim(result);
+    return result;
+}
+
+tstring Utf8ToUtf16(std::string_view text)
+{
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    tstring result;
+    result.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();)
+        AppendUtf16(result, DecodeUtf8(bytes, text.size(), i));
+    return result;
+}
+
+std::string ToMultiByte(const char16_t* text, int length)
+{
+    if (text == nullptr)
+        return std::string();
+    const std::size_t count = length < 0 ? WcsLen(text) : static_cast<std::size_t>(length);
+    return Trim(Utf16ToUtf8(std::u16string_view(text, count)));
 }
 
 std::string ToMultiByte(const tstring& text)
@@ -159,12 +175,7 @@ tstring ToWide(const char* text, int length)
     if (text == nullptr)
         return tstring();
     const std::size_t count = length < 0 ? std::strlen(text) : static_cast<std::size_t>(length);
-    const auto* bytes = reinterpret_cast<const unsigned char*>(text);
-    tstring result;
-    result.reserve(count);
-    for (std::size_t i = 0; i < count;)
-        AppendUtf16(result, DecodeUtf8(bytes, count, i));
-    return result;
+    return Utf8ToUtf16(std::string_view(text, count));
 }
 
 tstring ToWide(const std::string& text)

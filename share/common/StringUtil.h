@@ -1,5 +1,6 @@
 #pragma once
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Format.h"
@@ -9,6 +10,11 @@ namespace zul
 {
 /// Drops leading and trailing " \t\r\n"; a text of only those gives "".
 std::string Trim(const std::string& text);
+
+/// UTF-16 to UTF-8 exactly, no trimming; an unpaired surrogate becomes U+FFFD.
+std::string Utf16ToUtf8(std::u16string_view text);
+/// UTF-8 to UTF-16 exactly, no trimming; each ill-formed piece becomes U+FFFD.
+tstring Utf8ToUtf16(std::string_view text);
 
 /// UTF-16 to UTF-8 (the narrow code page on this platform), then Trim: every
 /// conversion to narrow text drops leading and trailing blanks, tabs, CR and
