@@ -6,7 +6,8 @@
 # usage: sequence_overhead.sh <build dir> [runs]
 #
 # Runs in a private network namespace of its own (loopback only). The floor is
-# worked out from this machine's real waits, measured by bench_pacing_probe:
+# worked out from this machine's real waits, measured by bench_pacing_probe
+# (medians: what a wait takes when no other program takes the core meanwhile):
 #   2 CPU measurements   (each busy-waits a fresh tick plus more than 500 ms)
 #   4 pauses between steps of 100 ms, each ending at the first 10 ms poll
 #     that finds it over: ceil(100 / real 10 ms sleep) x real 10 ms sleep
@@ -20,6 +21,7 @@ set -eu
 SRC=$(cd "$(dirname "$0")/.." && pwd)
 . "$SRC/bench/bench_common.sh"
 BUILD=${1:?usage: sequence_overhead.sh <build dir> [runs]}
+BUILD=$(cd "$BUILD" && pwd)
 RUNS=${2:-5}
 enter_netns "$0" "$@"
 
@@ -69,8 +71,8 @@ done
 median=$(sort -n "$WORK/walls" | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }')
 spread=$(sort -n "$WORK/walls" | awk 'NR == 1 { lo = $1 } { hi = $1 } END { printf "%s..%s", lo, hi }')
 
-awk -v cpu="$(p cpu_ms)" -v s1="$(p sleep1_ms)" -v s10="$(p sleep10_ms)" -v s50="$(p sleep50_ms)" \
-    -v ports="$(p ports_ms)" -v video="$(p video_ms)" -v run="$median" -v spread="$spread" '
+awk -v cpu="$(p cpu_ms_median)" -v s1="$(p sleep1_ms_median)" -v s10="$(p sleep10_ms_median)" -v s50="$(p sleep50_ms_median)" \
+    -v ports="$(p ports_ms_median)" -v video="$(p video_ms_median)" -v run="$median" -v spread="$spread" '
 function ceil(x) { return (x == int(x)) ? x : int(x) + 1 }
 BEGIN {
     cpuT = 2 * cpu
