@@ -55,8 +55,9 @@ struct UdpResult
     std::int32_t minPingMs = -1;
     std::int32_t avgPingMs = -1;
     std::int32_t maxPingMs = -1;
-    bool passed = false; // nothing was lost
-    tstring failure;     // what escaped the worker, if anything did
+    std::uint32_t ignored = 0; // datagrams on the pong port that answered no ping
+    bool passed = false;       // nothing was lost
+    tstring failure;           // what escaped the worker, if anything did
 };
 
 struct PortsResult

@@ -28,6 +28,7 @@ void ReportUdpResult(const UdpChecker& checker, const tstring& failure)
     result.lossPercent = result.sent == 0 ? 0.0 : static_cast<double>(result.lost) / result.sent * 100.0;
     result.minPingMs = checker.m_MinPing;
     result.maxPingMs = checker.m_MaxPing;
+    result.ignored = checker.m_IgnoredCount;
     // Divided by the pings sent, not answered: each loss pulls the average down.
     result.avgPingMs =
         result.sent == 0
@@ -51,6 +52,10 @@ void ReportUdpResult(const UdpChecker& checker, const tstring& failure)
     // so they follow only a real loss.
     if (!result.failure.empty())
         PrintWorkerFailure(result.failure);
+    // Pongs lost among junk are not a blocked port: say what came instead.
+    if (result.lost > 0 && result.ignored > 0)
+        g_inspector.Print(u"<br><font color=red>\t%d datagrams that answered no ping came to port %d.</font>",
+                          static_cast<int>(result.ignored), static_cast<int>(checker.m_LocalPort));
     if (result.lost > 0)
     {
         const tstring& guide = g_settings.m_PortForwardUrl;

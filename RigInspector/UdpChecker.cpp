@@ -58,6 +58,7 @@ void UdpChecker::Reset()
     m_MaxPing = -1;
     m_TotalPing = 0;
     m_Answered.clear();
+    m_IgnoredCount = 0;
 }
 
 void UdpChecker::AddPingTime(std::int32_t pingTime)
@@ -94,7 +95,7 @@ bool UdpChecker::AllAnswered() const
 // A socket that cannot be made fails the DatagramSocket constructor's
 // assertion here, on the worker; the exception ends Run and the check reports
 // it (see DescribeWorkerFailure). A datagram too short to be held (under 8
-// bytes) never leaves ReceiveFrom, so the turn simply sees nothing.
+// bytes) never leaves ReceiveFrom; it is counted with the junk.
 unsigned int UdpChecker::Run()
 {
     m_bRunning = true;
@@ -123,14 +124,27 @@ unsigned int UdpChecker::Run()
             if (pingSocket.SendTo(&ping) > 0)
                 m_Answered.push_back(false);
         }
-        if (const PooledDatagram pong{pongSocket.ReceiveFrom()})
+        // Everything waiting is read, not one datagram a turn: junk on the
+        // port would otherwise fill the socket's buffer, the pongs behind it
+        // would be dropped and the report would blame blocked ports. Bounded,
+        // so a flood faster than we read still lets the turn end.
+        for (int n = 0; n < kMaxDatagramsPerTurn; ++n)
         {
-            const auto fields = EchoText::ParsePong(pong->GetBuffer(), pong->GetLength());
+            bool bTaken = false;
+            const PooledDatagram pong{pongSocket.ReceiveFrom(bTaken)};
+            if (!bTaken)
+                break;
+            const auto fields =
+                pong ? EchoText::ParsePong(pong->GetBuffer(), pong->GetLength()) : std::nullopt;
             if (const auto rtt =
                     fields ? AcceptPong(*fields, SentCount(), zul::GetTickCount()) : std::nullopt)
             {
                 m_Answered[static_cast<std::size_t>(fields->m_Seq)] = true;
                 AddPingTime(*rtt);
+            }
+            else
+            {
+                ++m_IgnoredCount;
             }
         }
         zul::Sleep(m_Interval);

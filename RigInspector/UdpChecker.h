@@ -47,6 +47,12 @@ public:
     std::int32_t m_MaxPing = -1;
     std::uint32_t m_TotalPing = 0;
     std::vector<bool> m_Answered;
+    /// Datagrams on the pong port that answered none of our pings (junk,
+    /// short, unknown sequence numbers).
+    std::uint32_t m_IgnoredCount = 0;
+
+    /// The most datagrams one turn takes from the pong port.
+    static constexpr int kMaxDatagramsPerTurn = 1024;
 
 private:
     bool AllAnswered() const;

@@ -108,6 +108,7 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
         {"min_ping_ms", PingMs(u, u.minPingMs)},
         {"avg_ping_ms", PingMs(u, u.avgPingMs)},
         {"max_ping_ms", PingMs(u, u.maxPingMs)},
+        {"ignored_datagrams", u.ignored},
         {"failure", u.failure.empty() ? ordered_json(nullptr) : ordered_json(ToUtf8(u.failure))},
     };
 

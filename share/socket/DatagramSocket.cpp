@@ -163,8 +163,15 @@ int DatagramSocket::SendTo(const Datagram* pDatagram)
 
 Datagram* DatagramSocket::ReceiveFrom()
 {
+    bool bTaken = false;
+    return ReceiveFrom(bTaken);
+}
+
+Datagram* DatagramSocket::ReceiveFrom(bool& bTaken)
+{
     sockaddr_in from{};
     const int count = platform::ReceiveFrom(m_Socket, m_RecvBuffer, kReceiveBufferSize, from);
+    bTaken = count >= 0;
     if (count < static_cast<int>(Message::MSG_HEADER_SIZE))
         return NULL;
     Datagram* pDatagram = DatagramPool::GetInstance()->Acquire();

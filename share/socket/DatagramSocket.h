@@ -51,6 +51,9 @@ public:
     /// hold it, and no valid message is that short: it is dropped, the pool
     /// untouched). Records nothing.
     Datagram* ReceiveFrom();
+    /// As ReceiveFrom; bTaken tells whether a datagram left the socket, so a
+    /// caller draining it goes on past a short one instead of stopping there.
+    Datagram* ReceiveFrom(bool& bTaken);
 
     /// The address given at construction; the system is not asked.
     tstring GetHost() const;
