@@ -38,7 +38,7 @@ for delay in 0 1 20 80; do
     printf '  reported: min %s..%s, avg %s (mean), max %s..%s ms; %s of %s pings unanswered\n' \
         "$(kv "$f" min_lo)" "$(kv "$f" min_hi)" "$(kv "$f" avg_mean)" "$(kv "$f" max_lo)" "$(kv "$f" max_hi)" \
         "$(kv "$f" pings_lost)" "$(kv "$f" pings_sent)"
-    result "rtt fidelity" "delay $delay ms: min / avg / max (ms)" \
+    result rtt_fidelity "delay $delay ms: min / avg / max (ms)" \
         "$(kv "$f" min_lo)-$(kv "$f" min_hi) / $(kv "$f" avg_mean) / $(kv "$f" max_lo)-$(kv "$f" max_hi)" "-" "-"
 done
 
@@ -47,7 +47,7 @@ lost=$(kv "$f" pings_lost)
 sent=$(kv "$f" pings_sent)
 lost1=$(kv "$WORK/rtt.1" pings_lost)
 sent1=$(kv "$WORK/rtt.1" pings_sent)
-result "rtt fidelity" "pongs lost to the 0 ms rule (delay 0)" "$lost of $sent" "-" "-"
+result rtt_fidelity "pongs lost to the 0 ms rule (delay 0)" "$lost of $sent" "-" "-"
 cat <<EOF
 Why the figures are what they are: the test takes at most one pong per turn,
 and a turn is a send, one look at the pong socket, then a 50 ms sleep
