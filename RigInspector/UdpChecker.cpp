@@ -124,18 +124,14 @@ unsigned int UdpChecker::Run()
             if (pingSocket.SendTo(&ping) > 0)
                 m_Answered.push_back(false);
         }
-        // Everything waiting is read, not one datagram a turn: junk on the
-        // port would otherwise fill the socket's buffer, the pongs behind it
-        // would be dropped and the report would blame blocked ports. Bounded,
-        // so a flood faster than we read still lets the turn end.
-        for (int n = 0; n < kMaxDatagramsPerTurn; ++n)
+        // One datagram a turn, no more: the turn's pause is what keeps the
+        // worker from spinning. Junk on the port is counted, so that a run
+        // whose pongs were lost behind it can say so instead of only blaming
+        // blocked ports.
+        bool bTaken = false;
+        if (const PooledDatagram pong{pongSocket.ReceiveFrom(bTaken)})
         {
-            bool bTaken = false;
-            const PooledDatagram pong{pongSocket.ReceiveFrom(bTaken)};
-            if (!bTaken)
-                break;
-            const auto fields =
-                pong ? EchoText::ParsePong(pong->GetBuffer(), pong->GetLength()) : std::nullopt;
+            const auto fields = EchoText::ParsePong(pong->GetBuffer(), pong->GetLength());
             if (const auto rtt =
                     fields ? AcceptPong(*fields, SentCount(), zul::GetTickCount()) : std::nullopt)
             {
@@ -146,6 +142,10 @@ unsigned int UdpChecker::Run()
             {
                 ++m_IgnoredCount;
             }
+        }
+        else if (bTaken)
+        {
+            ++m_IgnoredCount; // shorter than a datagram can hold
         }
         zul::Sleep(m_Interval);
         if (!m_bRunning)

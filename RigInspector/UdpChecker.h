@@ -51,9 +51,6 @@ public:
     /// short, unknown sequence numbers).
     std::uint32_t m_IgnoredCount = 0;
 
-    /// The most datagrams one turn takes from the pong port.
-    static constexpr int kMaxDatagramsPerTurn = 1024;
-
 private:
     bool AllAnswered() const;
 };

@@ -137,7 +137,7 @@ void HeadlessToolkit::PostQuitMessage(int /*nExitCode*/)
 
 std::uint32_t HeadlessToolkit::TimeGetTime()
 {
-    return zul::MillisecondsSinceBoot();
+    return zul::GetTickCount();
 }
 
 void HeadlessToolkit::Sleep(std::uint32_t nMilliseconds)

@@ -57,7 +57,7 @@ void QtToolkit::PostQuitMessage(int nExitCode)
 
 std::uint32_t QtToolkit::TimeGetTime()
 {
-    return zul::MillisecondsSinceBoot();
+    return zul::GetTickCount();
 }
 
 void QtToolkit::Sleep(std::uint32_t nMilliseconds)
