@@ -8,6 +8,9 @@
 // with avg computed as the report computes it (total over pings sent). Then
 // key=value lines for the benchmark script:
 //   runs, pings_sent, pings_answered, pings_lost
+//   pongs_refused       datagrams the test took and did not accept (with only
+//                       the server on the port: pongs refused for their round
+//                       trip of 0 ms)
 //   min_lo, min_hi      smallest and largest reported minimum over the runs
 //   avg_mean            mean of the reported averages (runs that sent pings)
 //   max_lo, max_hi      smallest and largest reported maximum
@@ -46,6 +49,7 @@ int main(int argc, char** argv)
 
     long sent = 0;
     long answered = 0;
+    long refused = 0;
     int minLo = -1;
     int minHi = -1;
     int maxLo = -1;
@@ -71,6 +75,7 @@ int main(int argc, char** argv)
         std::fflush(stdout);
         sent += s;
         answered += a;
+        refused += static_cast<long>(checker.m_IgnoredCount);
         if (checker.m_MinPing >= 0)
         {
             minLo = minLo < 0 ? checker.m_MinPing : std::min(minLo, checker.m_MinPing);
@@ -86,8 +91,8 @@ int main(int argc, char** argv)
             ++avgRuns;
         }
     }
-    std::printf("runs=%d\npings_sent=%ld\npings_answered=%ld\npings_lost=%ld\n", nRuns, sent, answered,
-                sent - answered);
+    std::printf("runs=%d\npings_sent=%ld\npings_answered=%ld\npings_lost=%ld\npongs_refused=%ld\n", nRuns,
+                sent, answered, sent - answered, refused);
     std::printf("min_lo=%d\nmin_hi=%d\navg_mean=%.1f\nmax_lo=%d\nmax_hi=%d\nrtt_below_turn=%d\n", minLo,
                 minHi, avgRuns == 0 ? -1.0 : avgSum / avgRuns, maxLo, maxHi, belowTurn);
     return 0;

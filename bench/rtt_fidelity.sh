@@ -45,9 +45,10 @@ done
 f=$WORK/rtt.0
 lost=$(kv "$f" pings_lost)
 sent=$(kv "$f" pings_sent)
+refused=$(kv "$f" pongs_refused)
 lost1=$(kv "$WORK/rtt.1" pings_lost)
 sent1=$(kv "$WORK/rtt.1" pings_sent)
-result rtt_fidelity "pongs lost to the 0 ms rule (delay 0)" "$lost of $sent" "-" "-"
+result rtt_fidelity "pongs refused as 0 ms round trips (delay 0)" "$refused of $sent" "-" "-"
 cat <<EOF
 Why the figures are what they are: the test takes at most one pong per turn,
 and a turn is a send, one look at the pong socket, then a 50 ms sleep
@@ -65,6 +66,7 @@ A pong that comes back within the very turn of its ping, before that turn's
 look at the socket, is read at once: within the same millisecond tick its
 round trip is 0 ms, which is refused, so that ping counts as lost, the test
 fails and waits out its 5 s limit (in the next tick it shows as 1 ms, the
-"min 1" runs). Here that happened to $lost of $sent pings with no delay; with
-the 1 ms delay, $lost1 of $sent1 were lost, so nothing else loses pongs.
+"min 1" runs). Here $lost of $sent pings went unanswered with no delay, and the
+test refused $refused pongs it took; with the 1 ms delay, $lost1 of $sent1 were
+lost, so nothing else loses pongs.
 EOF
