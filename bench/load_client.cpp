@@ -276,8 +276,15 @@ int RunTcp(const Options& options)
                 Fail(test);
         }
         for (auto& test : tests)
-            if (test.state == Test::State::Uploading)
-                Upload(test, block, options.intervalMs, after);
+        {
+            if (test.state != Test::State::Uploading)
+                continue;
+            Upload(test, block, options.intervalMs, after);
+            // Edge-triggered: whatever came before the switch raised no new
+            // event.
+            if (test.state == Test::State::Downloading)
+                Download(test, after);
+        }
     }
     const double wallMs = MsBetween(start, Clock::now());
 
