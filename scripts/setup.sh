@@ -13,7 +13,7 @@ PACKAGES=(
     # tests: network namespaces, a real X server, input, fonts for the dialogs
     iproute2 util-linux xvfb xauth xdotool x11-apps fonts-liberation fontconfig
     # fuzzing and benchmarks
-    clang libclang-rt-14-dev iperf3 procps
+    clang libclang-rt-14-dev iperf3 jq procps
 )
 
 missing=()
