@@ -1,30 +1,22 @@
 #pragma once
-// Records every report fragment the check object writes.
 #include <vector>
 
 #include "RigInspectorApp/Inspector.h"
 
-class FakeReportSink : public IReportSink
+/// Records every report fragment g_inspector writes while it lives, then restores the old sink.
+class ScopedReportSink : public IReportSink
 {
 public:
-    void AppendReport(const char16_t* text) override { m_Fragments.emplace_back(text); }
-    void ScrollReportToEnd() override {}
-
-    std::vector<tstring> m_Fragments;
-};
-
-/// Points g_inspector at a fake sink for one test and restores it afterwards.
-class ScopedReportSink
-{
-public:
-    ScopedReportSink() : m_pOld(g_inspector.m_pDlg) { g_inspector.m_pDlg = &m_Sink; }
-    ~ScopedReportSink() { g_inspector.m_pDlg = m_pOld; }
+    ScopedReportSink() : m_pOld(g_inspector.m_pDlg) { g_inspector.m_pDlg = this; }
+    ~ScopedReportSink() override { g_inspector.m_pDlg = m_pOld; }
     ScopedReportSink(const ScopedReportSink&) = delete;
     ScopedReportSink& operator=(const ScopedReportSink&) = delete;
 
-    std::vector<tstring>& Fragments() { return m_Sink.m_Fragments; }
+    void AppendReport(const char16_t* text) override { m_Fragments.emplace_back(text); }
+    void ScrollReportToEnd() override {}
+    std::vector<tstring>& Fragments() { return m_Fragments; }
 
 private:
-    FakeReportSink m_Sink;
+    std::vector<tstring> m_Fragments;
     IReportSink* m_pOld;
 };

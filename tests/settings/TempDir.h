@@ -1,8 +1,6 @@
 #pragma once
 // A private temporary folder per test, removed with everything in it, so no
 // test depends on the directory it was started in.
-#include <unistd.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -15,15 +13,14 @@ class TempDir
 public:
     TempDir()
     {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base != nullptr && *base != 0 ? base : "/tmp") + "/rig_test_XXXXXX";
+        std::string pattern = std::filesystem::temp_directory_path().string() + "/rig_test_XXXXXX";
         if (::mkdtemp(pattern.data()) == nullptr)
             throw std::runtime_error("mkdtemp failed");
         m_Path = pattern;
     }
     ~TempDir()
     {
-        std::error_code ec;
+        std::error_code ec; // a test may have left a read-only folder inside
         std::filesystem::permissions(m_Path, std::filesystem::perms::owner_all,
                                      std::filesystem::perm_options::add, ec);
         std::filesystem::remove_all(m_Path, ec);
@@ -36,8 +33,7 @@ public:
 
     static void Write(const std::string& path, const std::string& bytes)
     {
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out << bytes;
+        std::ofstream(path, std::ios::binary) << bytes;
     }
     static std::string Read(const std::string& path)
     {
