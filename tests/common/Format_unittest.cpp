@@ -5,7 +5,7 @@
 #include <type_traits>
 
 #include "Assert.h"
-#include "TempWorkingDirectory.h"
+#include "AssertionTestUtil.h"
 
 using zul::FormatString;
 
@@ -14,7 +14,7 @@ static_assert(!std::is_constructible_v<zul::FormatArg, long long>);
 static_assert(!std::is_constructible_v<zul::FormatArg, unsigned long>);
 static_assert(!std::is_constructible_v<zul::FormatArg, const char*>);
 
-TEST(Format, ConversionsInUse)
+TEST(Format, ConversionsWithTheWindowsMeaning)
 {
     EXPECT_EQ(FormatString(u"<font color=%s>%s</font>", u"red", tstring(u"fail")),
               u"<font color=red>fail</font>");
@@ -29,17 +29,13 @@ TEST(Format, ConversionsInUse)
     EXPECT_EQ(FormatString(u"[%*d][%-*d][%.*f]", 4, 1, 3, 2, 2, 0.125), u"[   1][2  ][0.12]");
     EXPECT_EQ(FormatString(u"%e|%g|%+d|% d", 1234.5, 0.0001, 3, 3), u"1.234500e+03|0.0001|+3| 3");
     EXPECT_EQ(FormatString(u"%s", static_cast<const char16_t*>(nullptr)), u"(null)");
-    EXPECT_EQ(FormatString(u"ping %06d", 511), u"ping 000511");
-}
 
-TEST(Format, IntegersAreThirtyTwoBitsAsOnWindows)
-{
-    EXPECT_EQ(FormatString(u"%d", 4294967295u), u"-1");
-    EXPECT_EQ(FormatString(u"%d", 2147483648u), u"-2147483648");
-    EXPECT_EQ(FormatString(u"%d", static_cast<unsigned short>(65535)), u"65535");
-    EXPECT_EQ(FormatString(u"%d", static_cast<short>(-1)), u"-1");
-    EXPECT_EQ(FormatString(u"%ld|%lx|%hd|%hu", -1, -1, 70000, -1), u"-1|ffffffff|4464|65535");
-    EXPECT_EQ(FormatString(u"%u", -1), u"4294967295");
+    // Integers are 32 bits, and unsigned values under %d are their bits read as signed.
+    EXPECT_EQ(FormatString(u"%d|%d", 4294967295u, 2147483648u), u"-1|-2147483648");
+    EXPECT_EQ(FormatString(u"%d|%d", static_cast<unsigned short>(65535), static_cast<short>(-1)),
+              u"65535|-1");
+    EXPECT_EQ(FormatString(u"%ld|%lx|%hd|%hu|%u", -1, -1, 70000, -1, -1),
+              u"-1|ffffffff|4464|65535|4294967295");
 }
 
 TEST(Format, FloatingDigitsUseStandardRounding)
@@ -47,10 +43,7 @@ TEST(Format, FloatingDigitsUseStandardRounding)
     // The clock check multiplies MHz by a float factor: 1950 * 0.001f is a
     // little above 1.95 and shows 2.0, while the double nearest 1.95 is below
     // it and shows 1.9. A home-made round-half-up would show 2.0 for both.
-    EXPECT_EQ(FormatString(u"%.1f", 1950 * 0.001f), u"2.0");
-    EXPECT_EQ(FormatString(u"%.1f", 1.95), u"1.9");
-    EXPECT_EQ(FormatString(u"%.2f", 2.675), u"2.67");
-    EXPECT_EQ(FormatString(u"%.0f", 0.5), u"0");
+    EXPECT_EQ(FormatString(u"%.1f|%.1f|%.2f|%.0f", 1950 * 0.001f, 1.95, 2.675, 0.5), u"2.0|1.9|2.67|0");
 }
 
 TEST(Format, OutputIsCutAtTheLimit)

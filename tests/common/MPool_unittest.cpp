@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "TempWorkingDirectory.h"
+#include "AssertionTestUtil.h"
 
 namespace
 {
@@ -21,23 +21,7 @@ struct Item
 };
 
 using Pool = zul::MPool<Item, zul::NewAllocator<Item>, zul::NoLock>;
-using ThreadedPool = zul::MThreadedPool<Item, zul::NewAllocator<Item>>;
-
-/// The expression text of the assertion failure the call ends in.
-template <class Call> std::string FailedExpression(Call call)
-{
-    try
-    {
-        call();
-    }
-    catch (const zul::AssertionFailure& failure)
-    {
-        const std::string record = failure.what();
-        const auto start = record.find("\n\t") + 2;
-        return record.substr(start, record.find('\n', start) - start);
-    }
-    return "(no failure)";
-}
+using LockedPool = zul::MPool<Item, zul::NewAllocator<Item>, zul::CriticalSection>;
 
 class PoolTest : public ::testing::Test
 {
@@ -47,65 +31,44 @@ protected:
 };
 } // namespace
 
-TEST_F(PoolTest, ReleasedResourcesAreReusedOldestFirst)
+TEST_F(PoolTest, ReleasedResourcesAreReusedOldestFirstAndDeletedWithThePool)
 {
-    Pool pool(0);
-    Item* a = pool.Acquire();
-    EXPECT_EQ(pool.GetResourceCount(), 1u);
-    EXPECT_EQ(pool.GetFreeResourceCount(), 0u);
+    auto* pool = new Pool(0);
+    Item* a = pool->Acquire();
+    Item* b = pool->Acquire();
     Item* const first = a;
+    Item* const second = b;
     a->m_Value = 7;
-    pool.Release(a);
+    pool->Release(a);
     EXPECT_EQ(a, nullptr);
-    EXPECT_EQ(pool.GetResourceCount(), 1u);
-    EXPECT_EQ(pool.GetFreeResourceCount(), 1u);
+    pool->Release(b);
+    EXPECT_EQ(pool->GetFreeResourceCount(), 2u);
 
-    Item* again = pool.Acquire();
+    Item* again = pool->Acquire();
     EXPECT_EQ(again, first);
     EXPECT_EQ(again->m_Value, 7); // handed out as it was given back
-
-    Item* b = pool.Acquire();
-    Item* const firstB = b;
-    pool.Release(again);
-    pool.Release(b);
-    EXPECT_EQ(pool.Acquire(), first);
-    EXPECT_EQ(pool.Acquire(), firstB);
+    EXPECT_EQ(pool->Acquire(), second);
+    EXPECT_EQ(pool->GetResourceCount(), 2u);
+    EXPECT_EQ(pool->GetFreeResourceCount(), 0u);
     EXPECT_EQ(Item::s_Live, 2); // never more than were in use at once
+    delete pool;                // with both still in use
+    EXPECT_EQ(Item::s_Live, 0);
 }
 
 TEST_F(PoolTest, BrokenRulesAreAssertionFailuresThatChangeNothing)
 {
     Pool pool(3);
-    EXPECT_EQ(pool.GetResourceCount(), 3u);
-    EXPECT_EQ(pool.GetFreeResourceCount(), 3u);
-
     Item* none = nullptr;
     EXPECT_EQ(FailedExpression([&] { pool.Release(none); }), "pResource != NULL");
     EXPECT_EQ(FailedExpression([&] { pool.Preallocate(1); }), "m_Resources.size() == 0");
     EXPECT_EQ(FailedExpression([&] { Pool::DeleteResource(none); }), "pResource!=NULL");
     EXPECT_EQ(pool.GetResourceCount(), 3u);
     EXPECT_EQ(pool.GetFreeResourceCount(), 3u);
+    EXPECT_NE(TempWorkingDirectory::ReadLog().find("\tpResource!=NULL\n"), std::string::npos);
 
-    const std::string log = TempWorkingDirectory::ReadLog();
-    EXPECT_NE(log.find("\tpResource!=NULL\n"), std::string::npos);
-}
-
-TEST_F(PoolTest, DeletingThePoolDeletesResourcesStillInUse)
-{
-    auto* pool = new Pool(0);
-    Item* held = pool->Acquire();
-    Item* returned = pool->Acquire();
-    pool->Release(returned);
-    (void)held;
-    EXPECT_EQ(Item::s_Live, 2);
-    delete pool;
-    EXPECT_EQ(Item::s_Live, 0);
-
-    Pool cleared(2);
-    cleared.Clear();
-    EXPECT_EQ(cleared.GetResourceCount(), 0u);
-    EXPECT_EQ(cleared.GetFreeResourceCount(), 0u);
-    EXPECT_NO_THROW(cleared.Preallocate(1)); // empty again, so allowed
+    pool.Clear();
+    EXPECT_EQ(pool.GetResourceCount(), 0u);
+    EXPECT_NO_THROW(pool.Preallocate(1)); // empty again, so allowed
 }
 
 TEST_F(PoolTest, OnePoolPerTypeReachableThroughItsSingleton)
@@ -119,18 +82,15 @@ TEST_F(PoolTest, OnePoolPerTypeReachableThroughItsSingleton)
         EXPECT_EQ(Instance::GetInstance(), &pool); // the failed second one left it alone
     }
     EXPECT_EQ(FailedExpression([&] { Instance::GetInstance(); }), "cs_Singleton");
-
     Pool later(0); // the type is free again once the first is gone
     EXPECT_EQ(Instance::GetInstance(), &later);
 }
 
 TEST_F(PoolTest, ThreadedPoolIsSharedSafelyAndUnlockedAfterFailures)
 {
-    ThreadedPool pool(0);
-    zul::MPool<Item, zul::NewAllocator<Item>, zul::CriticalSection>* shared =
-        zul::Singleton<zul::MPool<Item, zul::NewAllocator<Item>, zul::CriticalSection>>::GetInstance();
+    zul::MThreadedPool<Item, zul::NewAllocator<Item>> pool(0);
+    LockedPool* shared = zul::Singleton<LockedPool>::GetInstance();
     ASSERT_EQ(shared, &pool);
-
     Item* none = nullptr;
     EXPECT_EQ(FailedExpression([&] { shared->Release(none); }), "pResource != NULL"); // must leave the lock
 

@@ -1,29 +1,14 @@
 #pragma once
-// Small helpers shared by the socket library's tests.
-#include <functional>
-#include <string>
-
-#include "share/common/Assert.h"
+#include <sys/socket.h>
+#include <sys/time.h>
 
 namespace socket_test
 {
-/// The record of the assertion failure that call raises, or "" when none.
-inline std::string AssertionRecord(const std::function<void()>& call)
+/// Bounds blocking receives and accepts of a stream or datagram socket, so a
+/// fault ends the test instead of hanging it.
+template <class Socket> void BoundBlockingCalls(Socket& socket)
 {
-    try
-    {
-        call();
-    }
-    catch (const zul::AssertionFailure& failure)
-    {
-        return failure.what();
-    }
-    return std::string();
-}
-
-/// The record's expression line, as the assertion log shows it.
-inline std::string ExpressionLine(const std::string& expression)
-{
-    return "\n\t" + expression + "\n";
+    const timeval limit{5, 0};
+    socket.SetOption(SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&limit), sizeof(limit));
 }
 } // namespace socket_test

@@ -1,14 +1,17 @@
 #pragma once
-// Runs a test in a fresh directory of its own, so that the assertion log a
-// test provokes never mixes with another test's or lands in the build tree.
-#include <unistd.h>
+// Helpers for tests that provoke assertion failures.
+#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 
+#include "share/common/Assert.h"
+
+/// Runs a test in a fresh directory of its own, so that the assertion log a
+/// test provokes never mixes with another test's or lands in the build tree.
 class TempWorkingDirectory
 {
 public:
@@ -32,12 +35,26 @@ public:
     static std::string ReadLog()
     {
         std::ifstream in("assertion_failed.log", std::ios::binary);
-        std::ostringstream text;
-        text << in.rdbuf();
-        return text.str();
+        return std::string(std::istreambuf_iterator<char>(in), {});
     }
 
 private:
     std::filesystem::path m_Previous;
     std::filesystem::path m_Path;
 };
+
+/// The expression line of the assertion failure the call ends in.
+template <class Call> std::string FailedExpression(Call call)
+{
+    try
+    {
+        call();
+    }
+    catch (const zul::AssertionFailure& failure)
+    {
+        const std::string record = failure.what();
+        const auto start = record.find("\n\t") + 2;
+        return record.substr(start, record.find('\n', start) - start);
+    }
+    return "(no failure)";
+}
