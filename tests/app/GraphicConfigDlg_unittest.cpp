@@ -1,5 +1,5 @@
-// The graphic configuration dialog: the recommendation tiers, the options
-// file's writes and the two ways out.
+// The recommendation tiers and the options file's writes. The buttons and
+// the ways out are driven through the real widgets in the GUI tests.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -11,48 +11,29 @@
 
 namespace
 {
-struct TierCase
-{
-    std::int32_t cpu, video, system;
-    GraphicRecommendation::Tier tier;
-};
-
 using Tier = GraphicRecommendation::Tier;
 
-class RecommendationTest : public ::testing::TestWithParam<TierCase>
+TEST(GraphicRecommendation, TiersAtTheirBoundaries)
 {
-};
-
-TEST_P(RecommendationTest, ChecksTheTiersButtonsInIdOrder)
-{
-    const TierCase c = GetParam();
-    g_inspector.m_CpuSpeed = c.cpu;
-    g_inspector.m_VideoMemory = c.video;
-    g_inspector.m_SystemMemory = c.system;
-
-    FakeToolkit tk;
-    CGraphicConfigDlg dlg([](auto&&...) { return true; });
-    FakeWindow wnd(130, nullptr, &tk.m_checkLog);
-    dlg.Attach(&wnd);
-    EXPECT_TRUE(dlg.OnInitDialog());
-
-    const bool bHigh = c.tier == Tier::High, bMiddle = c.tier == Tier::Middle;
-    const int three = bHigh || bMiddle ? 1 : 0, pip = bHigh ? 1 : 0;
-    const std::vector<std::pair<int, int>> expected = {
-        {1001, three}, {1002, 1 - three}, {1003, three}, {1004, 1 - three},
-        {1005, three}, {1006, 1 - three}, {1007, pip},   {1008, 1 - pip}};
-    EXPECT_EQ(tk.m_checkLog, expected);
-    EXPECT_EQ(RecommendGraphicOptions(c.cpu, c.video, c.system).tier, c.tier);
-    g_inspector.m_CpuSpeed = g_inspector.m_VideoMemory = g_inspector.m_SystemMemory = 0;
+    const struct
+    {
+        std::int32_t cpu, video, system;
+        Tier tier;
+        const char* highs; // character, shadow, spectators, P.I.P
+    } cases[] = {{2400, 128, 1024, Tier::High, "1111"},    {1001, 32, 256, Tier::High, "1111"},
+                 {1000, 64, 512, Tier::Middle, "1110"},    {2400, 32, 255, Tier::Middle, "1110"},
+                 {-2400, 128, 1024, Tier::Middle, "1110"}, {2400, 128, INT_MIN, Tier::Middle, "1110"},
+                 {2400, 31, 4096, Tier::Low, "0000"},      {0, 0, 0, Tier::Low, "0000"},
+                 {INT_MAX, -1, INT_MAX, Tier::Low, "0000"}};
+    for (const auto& c : cases)
+    {
+        const GraphicRecommendation r = RecommendGraphicOptions(c.cpu, c.video, c.system);
+        const std::string highs = {"01"[r.charHigh], "01"[r.shadowHigh], "01"[r.spectatorsHigh],
+                                   "01"[r.pipHigh]};
+        EXPECT_EQ(r.tier, c.tier) << c.cpu << " " << c.video << " " << c.system;
+        EXPECT_EQ(highs, c.highs) << c.cpu << " " << c.video << " " << c.system;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Boundaries, RecommendationTest,
-    ::testing::Values(TierCase{2400, 128, 1024, Tier::High}, TierCase{1001, 32, 256, Tier::High},
-                      TierCase{1000, 64, 512, Tier::Middle}, TierCase{2400, 32, 255, Tier::Middle},
-                      TierCase{-2400, 128, 1024, Tier::Middle}, TierCase{2400, 128, INT_MIN, Tier::Middle},
-                      TierCase{2400, 31, 4096, Tier::Low}, TierCase{0, 0, 0, Tier::Low},
-                      TierCase{INT_MAX, -1, INT_MAX, Tier::Low}));
 
 struct Write
 {
@@ -61,119 +42,38 @@ struct Write
     bool operator==(const Write&) const = default;
 };
 
-class GraphicDialogTest : public ::testing::Test
+TEST(GraphicConfigDlg, AcceptWritesTheKeysInOrderUntilOneFailsThenLeaves)
 {
-protected:
-    void SetUp() override
+    const std::string file = "../game/option.ini";
+    const std::vector<Write> all = {{u"video", u"shadow", u"1", file},
+                                    {u"video", u"audience", u"1", file},
+                                    {u"video", u"event_screen", u"0", file}, // Middle tier: P.I.P Low
+                                    {u"video", u"char_lod", u"1", file}};
+    for (int failAt : {0, 2})
     {
-        theApp.m_bRunPatcher = false;
-        g_inspector.m_CpuSpeed = 1000; // Middle tier: P.I.P Low
+        g_inspector.m_CpuSpeed = 1000;
         g_inspector.m_VideoMemory = 64;
         g_inspector.m_SystemMemory = 512;
+        theApp.m_bRunPatcher = failAt != 0; // the patcher starts even after a failed write
+        FakeToolkit tk;
+        std::vector<Write> writes;
+        CGraphicConfigDlg dlg(
+            [&](const tstring& s, const tstring& k, const tstring& v, const std::string& p)
+            {
+                writes.push_back({s, k, v, p});
+                return static_cast<int>(writes.size()) != failAt;
+            });
+        tk.m_onGraphicDialog = [](CDialogLogic& d) { d.OnCommand(IDOK); };
+        EXPECT_EQ(dlg.DoModal(), IDOK);
+
+        const std::size_t nWrites = failAt == 0 ? all.size() : failAt;
+        EXPECT_EQ(writes, std::vector<Write>(all.begin(), all.begin() + nWrites)) << failAt;
+        EXPECT_EQ(dlg.GetLastWriteResult(), failAt == 0);
+        EXPECT_EQ(tk.m_quitCodes, std::vector<int>{0});
+        using Started = std::vector<std::pair<std::string, int>>;
+        EXPECT_EQ(tk.m_processes, (failAt == 0 ? Started{} : Started{{"./patcher.exe", 5}}));
     }
-    void TearDown() override
-    {
-        theApp.m_bRunPatcher = false;
-        g_inspector.m_CpuSpeed = g_inspector.m_VideoMemory = g_inspector.m_SystemMemory = 0;
-    }
-
-    ProfileWriter Recorder(int nFailAt = -1)
-    {
-        return [this, nFailAt](const tstring& s, const tstring& k, const tstring& v, const std::string& p)
-        {
-            m_writes.push_back({s, k, v, p});
-            return static_cast<int>(m_writes.size()) != nFailAt;
-        };
-    }
-
-    /// Runs the dialog modally and presses nButton once it is open.
-    int Run(CGraphicConfigDlg& dlg, int nButton)
-    {
-        m_tk.m_onGraphicDialog = [nButton](CDialogLogic& d, FakeWindow&) { d.OnCommand(nButton); };
-        return dlg.DoModal();
-    }
-
-    FakeToolkit m_tk;
-    std::vector<Write> m_writes;
-};
-
-TEST_F(GraphicDialogTest, AcceptWritesTheFourKeysInOrderThenQuits)
-{
-    CGraphicConfigDlg dlg(Recorder());
-    EXPECT_EQ(Run(dlg, IDOK), IDOK);
-
-    const std::string file = "../game/option.ini";
-    const std::vector<Write> expected = {{u"video", u"shadow", u"1", file},
-                                         {u"video", u"audience", u"1", file},
-                                         {u"video", u"event_screen", u"0", file},
-                                         {u"video", u"char_lod", u"1", file}};
-    EXPECT_EQ(m_writes, expected);
-    EXPECT_EQ(dlg.GetLastWriteResult(), true);
-    EXPECT_EQ(m_tk.m_quitCodes, std::vector<int>{0});
-    EXPECT_TRUE(m_tk.m_processes.empty());
-}
-
-TEST_F(GraphicDialogTest, AFailedWriteStopsTheRestButTheDialogStillLeaves)
-{
-    theApp.m_bRunPatcher = true;
-    CGraphicConfigDlg dlg(Recorder(2));
-    Run(dlg, IDOK);
-
-    ASSERT_EQ(m_writes.size(), 2u);
-    EXPECT_EQ(m_writes[1].key, u"audience");
-    EXPECT_EQ(dlg.GetLastWriteResult(), false);
-    EXPECT_EQ(m_tk.m_processes, (std::vector<std::pair<std::string, int>>{{"./patcher.exe", 5}}));
-    EXPECT_EQ(m_tk.m_quitCodes, std::vector<int>{0});
-}
-
-TEST_F(GraphicDialogTest, WritesWhatTheUserChoseNotTheRecommendation)
-{
-    CGraphicConfigDlg dlg(Recorder());
-    m_tk.m_onGraphicDialog = [](CDialogLogic& d, FakeWindow& wnd)
-    {
-        wnd.m_controls.at(1007).SetCheck(1); // P.I.P High
-        wnd.m_controls.at(1008).SetCheck(0);
-        wnd.m_controls.at(1001).SetCheck(0); // Character Low
-        wnd.m_controls.at(1002).SetCheck(1);
-        d.OnCommand(IDOK);
-    };
-    dlg.DoModal();
-
-    ASSERT_EQ(m_writes.size(), 4u);
-    EXPECT_EQ(m_writes[2].value, u"1"); // event_screen
-    EXPECT_EQ(m_writes[3].value, u"0"); // char_lod
-}
-
-TEST_F(GraphicDialogTest, RecommendUndoesTheUsersChanges)
-{
-    CGraphicConfigDlg dlg(Recorder());
-    m_tk.m_onGraphicDialog = [](CDialogLogic& d, FakeWindow& wnd)
-    {
-        for (int id = 1001; id <= 1008; ++id)
-            wnd.m_controls.at(id).SetCheck(id % 2); // everything High
-        d.OnCommand(CGraphicConfigDlg::kRecommendButtonId);
-        d.OnCommand(IDCANCEL);
-    };
-    dlg.DoModal();
-
-    FakeWindow& wnd = *m_tk.m_windows.back();
-    EXPECT_EQ(wnd.m_controls.at(1007).GetCheck(), 0);
-    EXPECT_EQ(wnd.m_controls.at(1008).GetCheck(), 1);
-    EXPECT_EQ(wnd.m_controls.at(1001).GetCheck(), 1);
-}
-
-TEST_F(GraphicDialogTest, CancelLeavesTheFileAloneAndStartsThePatcherOnlyWhenAsked)
-{
-    for (bool bPatcher : {false, true})
-    {
-        theApp.m_bRunPatcher = bPatcher;
-        m_tk.m_processes.clear();
-        CGraphicConfigDlg dlg(Recorder());
-        EXPECT_EQ(Run(dlg, IDCANCEL), IDCANCEL);
-        EXPECT_TRUE(m_writes.empty());
-        EXPECT_FALSE(dlg.GetLastWriteResult().has_value());
-        EXPECT_EQ(m_tk.m_processes.size(), bPatcher ? 1u : 0u);
-    }
-    EXPECT_EQ(m_tk.m_quitCodes, (std::vector<int>{0, 0}));
+    theApp.m_bRunPatcher = false;
+    g_inspector.m_CpuSpeed = g_inspector.m_VideoMemory = g_inspector.m_SystemMemory = 0;
 }
 } // namespace

@@ -5,6 +5,9 @@
 #include <QFile>
 #include <QTest>
 
+#include "RigInspectorApp/Inspector.h"
+#include "RigInspectorApp/InspectorApp.h"
+
 TestGameFolder::TestGameFolder() : m_PreviousDir(QDir::currentPath())
 {
     const QDir root(m_Dir.path());
@@ -25,17 +28,19 @@ TestGameFolder::~TestGameFolder()
     QDir::setCurrent(m_PreviousDir);
 }
 
-QString TestGameFolder::OptionFile() const
+DialogFixture::DialogFixture()
 {
-    return QDir(m_Dir.path()).filePath(QStringLiteral("game/option.ini"));
+    SetToolkit(&toolkit);
+    theApp.m_bRunPatcher = false;
 }
 
-QString TestGameFolder::PatcherMarker() const
+DialogFixture::~DialogFixture()
 {
-    return QDir(m_Dir.path()).filePath(QStringLiteral("patcher/patcher_ran"));
+    g_inspector.m_pDlg = nullptr;
+    SetToolkit(nullptr);
 }
 
-UiScript::UiScript(UiToolkit& toolkit, int nTimeLimitMs) : m_Toolkit(toolkit), m_nTimeLimitMs(nTimeLimitMs)
+UiScript::UiScript(QtToolkit& toolkit, int nTimeLimitMs) : m_Toolkit(toolkit), m_nTimeLimitMs(nTimeLimitMs)
 {
     m_Clock.start();
     QObject::connect(&m_Timer, &QTimer::timeout, [this] { Poll(); });
@@ -45,6 +50,17 @@ UiScript::UiScript(UiToolkit& toolkit, int nTimeLimitMs) : m_Toolkit(toolkit), m
 void UiScript::Then(std::function<bool()> ready, std::function<void()> action)
 {
     m_Steps.push_back(Step{std::move(ready), std::move(action)});
+}
+
+void UiScript::WhenShown(int nTemplateId, std::function<void(QtDialogWindow*)> action)
+{
+    auto shown = [this, nTemplateId]
+    {
+        QtDialogWindow* pWindow = m_Toolkit.GetActiveDialog();
+        return pWindow && pWindow->isVisible() && !pWindow->IsEnded() &&
+               pWindow->GetTemplateId() == nTemplateId;
+    };
+    Then(shown, [this, action = std::move(action)] { action(m_Toolkit.GetActiveDialog()); });
 }
 
 void UiScript::Poll()
@@ -62,14 +78,6 @@ void UiScript::Poll()
     // from a call of its own so this timer keeps polling meanwhile.
     QTimer::singleShot(0, std::move(m_Steps.front().action));
     m_Steps.pop_front();
-}
-
-QtDialogWindow* ShownDialog(QtToolkit& toolkit, int nTemplateId)
-{
-    QtDialogWindow* pWindow = toolkit.GetActiveDialog();
-    if (pWindow == nullptr || !pWindow->isVisible() || pWindow->IsEnded())
-        return nullptr;
-    return pWindow->GetTemplateId() == nTemplateId ? pWindow : nullptr;
 }
 
 void QueueClick(QAbstractButton* pButton)

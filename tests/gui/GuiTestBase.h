@@ -14,17 +14,16 @@
 #include "QtDialogWindow.h"
 #include "QtToolkit.h"
 
-/// A game folder (game/ beside patcher/) in a temporary directory, with
-/// patcher/ as the working directory while it lives, and a fake patcher.exe
-/// that leaves a marker file when it runs.
+/// game/ beside patcher/ in a temporary directory, patcher/ the working
+/// directory while it lives, with a patcher.exe that leaves a marker file.
 class TestGameFolder
 {
 public:
     TestGameFolder();
     ~TestGameFolder();
     bool IsValid() const { return m_bValid; }
-    QString OptionFile() const;
-    QString PatcherMarker() const;
+    QString OptionFile() const { return m_Dir.filePath(QStringLiteral("game/option.ini")); }
+    QString PatcherMarker() const { return m_Dir.filePath(QStringLiteral("patcher/patcher_ran")); }
 
 private:
     QTemporaryDir m_Dir;
@@ -44,6 +43,16 @@ public:
     std::vector<std::string> m_Started;
 };
 
+/// What each dialog test runs in: its own game folder and the recording
+/// toolkit installed, with no patcher switch; made in init(), gone in cleanup().
+struct DialogFixture
+{
+    DialogFixture();
+    ~DialogFixture();
+    TestGameFolder folder;
+    RecordingToolkit toolkit;
+};
+
 /// Actions to take in order, each once its condition holds, checked every few
 /// milliseconds from whatever loop is pumping. Past the time limit the script
 /// posts the quit message, which ends every dialog, so a stuck test fails
@@ -51,10 +60,12 @@ public:
 class UiScript
 {
 public:
-    explicit UiScript(UiToolkit& toolkit, int nTimeLimitMs = 20000);
+    explicit UiScript(QtToolkit& toolkit, int nTimeLimitMs = 20000);
     void Then(std::function<bool()> ready, std::function<void()> action);
-    bool IsFinished() const { return m_Steps.empty(); }
-    bool HasTimedOut() const { return m_bTimedOut; }
+    /// Acts on the dialog made from nTemplateId once it runs modally and shows.
+    void WhenShown(int nTemplateId, std::function<void(QtDialogWindow*)> action);
+    /// Every action ran in time.
+    bool Succeeded() const { return m_Steps.empty() && !m_bTimedOut; }
 
 private:
     void Poll();
@@ -64,16 +75,13 @@ private:
         std::function<bool()> ready;
         std::function<void()> action;
     };
-    UiToolkit& m_Toolkit;
+    QtToolkit& m_Toolkit;
     int m_nTimeLimitMs;
     std::deque<Step> m_Steps;
     QTimer m_Timer;
     QElapsedTimer m_Clock;
     bool m_bTimedOut = false;
 };
-
-/// The dialog made from nTemplateId that is running modally and shown, or null.
-QtDialogWindow* ShownDialog(QtToolkit& toolkit, int nTemplateId);
 
 /// A click queued as the user's would be: delivered by the next pump.
 void QueueClick(QAbstractButton* pButton);

@@ -3,227 +3,146 @@
 #include <QFile>
 #include <QTest>
 #include <QWindow>
-#include <array>
+#include <map>
 #include <memory>
 
 #include "GuiTestBase.h"
 #include "RigInspectorApp/InspectorApp.h"
 #include "RigInspectorApp/InspectorDlg.h"
 
+namespace
+{
+constexpr int kEscape = -1, kClose = -2, kFirewall = CInspectorDlg::kFirewallOffButtonId;
+
+/// What the user does while step i runs (delivered after it, as queued input
+/// is), and what the steps then log: "+" marks a step that ran with the
+/// firewall button enabled, "R" the game's registration.
+struct Scenario
+{
+    const char* name;
+    int firewallResult;
+    std::map<int, std::vector<int>> actions;
+    int result;
+    QString log;
+};
+const Scenario kScenarios[] = {
+    {"Cancel during the TCP step", 0, {{2, {IDCANCEL}}}, IDCANCEL, "0 1 2"},
+    {"Esc", 0, {{1, {kEscape}}}, IDCANCEL, "0 1"},
+    {"window manager's close", 0, {{1, {kClose}}}, IDCANCEL, "0 1"},
+    {"Next after step 0", 0, {{0, {IDOK}}}, IDOK, "0"},
+    // The second click meets a disabled button: no second registration.
+    {"firewall asks", 3, {{2, {kFirewall}}, {3, {kFirewall}}, {4, {IDCANCEL}}}, IDCANCEL, "0 1 2+ R 3 4"},
+    {"firewall does not ask", 2, {{2, {kFirewall}}, {4, {IDCANCEL}}}, IDCANCEL, "0 1 2 3 4"},
+};
+} // namespace
+
 class TestInspectorDialog : public QObject
 {
     Q_OBJECT
 
-private slots:
-    void init();
-    void cleanup();
-    void cancelDuringTcpStepLetsItFinishAndRunsNothingMore();
-    void nextAfterFirstStepSkipsTheRestAndOpensGraphicDialog();
-    void firewallButtonIsOfferedOnlyAfterTheFirewallStepAsks();
-    void escapeAndCloseTakeTheCancelPath_data();
-    void escapeAndCloseTakeTheCancelPath();
-    void patcherStartsOnlyAfterAStartWithPatcher_data();
-    void patcherStartsOnlyAfterAStartWithPatcher();
+    std::unique_ptr<DialogFixture> m_pF;
 
-private:
-    /// Five steps that log their index and run the hook set for them.
-    InspectorChecks MakeChecks();
-    int Run(CInspectorDlg& dlg, UiScript& script);
-    QAbstractButton* MainButton(int nId) const { return m_pToolkit->GetActiveDialog()->GetButton(nId); }
-
-    std::unique_ptr<TestGameFolder> m_pFolder;
-    std::unique_ptr<RecordingToolkit> m_pToolkit;
-    std::vector<QString> m_Log;
-    std::array<std::function<int()>, 5> m_Hooks;
-};
-
-void TestInspectorDialog::init()
-{
-    m_pFolder = std::make_unique<TestGameFolder>();
-    QVERIFY(m_pFolder->IsValid());
-    m_pToolkit = std::make_unique<RecordingToolkit>();
-    SetToolkit(m_pToolkit.get());
-    m_Log.clear();
-    m_Hooks = {};
-    theApp.m_bRunPatcher = false;
-}
-
-void TestInspectorDialog::cleanup()
-{
-    g_inspector.m_pDlg = nullptr;
-    SetToolkit(nullptr);
-    m_pToolkit.reset();
-    m_pFolder.reset();
-}
-
-InspectorChecks TestInspectorDialog::MakeChecks()
-{
-    InspectorChecks checks;
-    for (int i = 0; i < 5; ++i)
+    /// Runs the main dialog over five steps that do what the scenario asks
+    /// and log; a Next leaves through the graphic dialog's graphicButton.
+    int Run(const Scenario& s, QStringList& log, int graphicButton = IDCANCEL)
     {
-        checks.steps.push_back(
-            [this, i]
-            {
-                const int nResult = m_Hooks[i] ? m_Hooks[i]() : 0;
-                m_Log.push_back(QString::number(i));
-                return nResult;
-            });
-    }
-    checks.registerGameWithFirewall = [this] { m_Log.push_back(QStringLiteral("register")); };
-    return checks;
-}
-
-int TestInspectorDialog::Run(CInspectorDlg& dlg, UiScript& script)
-{
-    const int nResult = dlg.DoModal();
-    [&]
-    {
-        QVERIFY2(!script.HasTimedOut(), "the dialog did not end in time");
-        QVERIFY(script.IsFinished());
-        QVERIFY(m_pToolkit->IsQuitPosted());
-    }();
-    return nResult;
-}
-
-void TestInspectorDialog::cancelDuringTcpStepLetsItFinishAndRunsNothingMore()
-{
-    theApp.m_bRunPatcher = true; // Cancel leaves without the patcher even so
-    bool bEndedDuringStep = true;
-    m_Hooks[2] = [&]
-    {
-        QueueClick(MainButton(IDCANCEL));
-        // The click waits for the step: the dialog is still up at its end.
-        bEndedDuringStep = m_pToolkit->GetActiveDialog()->IsEnded();
-        return 0;
-    };
-    CInspectorDlg dlg(MakeChecks());
-    UiScript script(*m_pToolkit);
-
-    QCOMPARE(Run(dlg, script), IDCANCEL);
-    QVERIFY(!bEndedDuringStep);
-    QCOMPARE(m_Log, (std::vector<QString>{"0", "1", "2"}));
-    QCOMPARE(dlg.GetStepIndex(), 3u);
-    QCOMPARE(dlg.GetReport(), tstring(kReportHeader) + u"<br><br>" + kNetworkNotice + u"<br>");
-    QVERIFY(m_pToolkit->m_Started.empty());
-}
-
-void TestInspectorDialog::nextAfterFirstStepSkipsTheRestAndOpensGraphicDialog()
-{
-    QtDialogWindow* pMain = nullptr;
-    m_Hooks[0] = [&]
-    {
-        pMain = m_pToolkit->GetActiveDialog();
-        QueueClick(MainButton(IDOK));
-        return 0;
-    };
-    CInspectorDlg dlg(MakeChecks());
-    UiScript script(*m_pToolkit);
-    bool bMainHidden = false;
-    script.Then([&] { return ShownDialog(*m_pToolkit, IDD_GRAPHIC_CONFIG_DIALOG) != nullptr; },
-                [&]
+        InspectorChecks checks;
+        for (int i = 0; i < 5; ++i)
+            checks.steps.push_back(
+                [&, i]
                 {
-                    bMainHidden = !pMain->isVisible();
-                    Click(m_pToolkit->GetActiveDialog()->GetButton(IDCANCEL));
+                    QtDialogWindow* pMain = m_pMain = m_pF->toolkit.GetActiveDialog();
+                    log << QString::number(i) + (pMain->GetButton(kFirewall)->isEnabled() ? "+" : "");
+                    for (int action : s.actions.contains(i) ? s.actions.at(i) : std::vector<int>{})
+                        QTimer::singleShot(0, pMain,
+                                           [pMain, action]
+                                           {
+                                               if (action == kEscape)
+                                                   QTest::keyClick(pMain, Qt::Key_Escape);
+                                               else if (action == kClose)
+                                                   pMain->windowHandle()->close();
+                                               else
+                                                   Click(pMain->GetButton(action));
+                                           });
+                    m_bEndedInAStep = m_bEndedInAStep || pMain->IsEnded();
+                    return i == 1 ? s.firewallResult : 0;
                 });
-
-    QCOMPARE(Run(dlg, script), IDOK);
-    QVERIFY(bMainHidden);
-    QCOMPARE(m_Log, std::vector<QString>{"0"});
-    QCOMPARE(dlg.GetStepIndex(), 1u);
-}
-
-void TestInspectorDialog::firewallButtonIsOfferedOnlyAfterTheFirewallStepAsks()
-{
-    std::array<bool, 5> bEnabledAtStep{};
-    auto firewallButton = [this] { return MainButton(CInspectorDlg::kFirewallOffButtonId); };
-    for (int i = 0; i < 5; ++i)
-        m_Hooks[i] = [&, i]
-        {
-            bEnabledAtStep[i] = firewallButton()->isEnabled();
-            if (i == 2)
-                QueueClick(firewallButton()); // in the pause between the TCP and the UDP step
-            if (i == 3)
-                QueueClick(firewallButton()); // disabled by then: no second registration
-            if (i == 4)
-                QueueClick(MainButton(IDCANCEL));
-            return i == 1 ? 3 : 0;
-        };
-    CInspectorDlg dlg(MakeChecks());
-    UiScript script(*m_pToolkit);
-
-    QCOMPARE(Run(dlg, script), IDCANCEL);
-    QCOMPARE(bEnabledAtStep, (std::array<bool, 5>{false, false, true, false, false}));
-    QCOMPARE(m_Log, (std::vector<QString>{"0", "1", "2", "register", "3", "4"}));
-}
-
-void TestInspectorDialog::escapeAndCloseTakeTheCancelPath_data()
-{
-    QTest::addColumn<bool>("bEscape");
-    QTest::newRow("Esc") << true;
-    QTest::newRow("window manager's close") << false;
-}
-
-void TestInspectorDialog::escapeAndCloseTakeTheCancelPath()
-{
-    QFETCH(bool, bEscape);
-    theApp.m_bRunPatcher = true;
-    m_Hooks[1] = [&]
-    {
-        QtDialogWindow* pMain = m_pToolkit->GetActiveDialog();
-        if (bEscape)
-            QTimer::singleShot(0, pMain, [pMain] { QTest::keyClick(pMain, Qt::Key_Escape); });
-        else
-            QTimer::singleShot(0, pMain, [pMain] { pMain->windowHandle()->close(); });
-        return 0;
-    };
-    CInspectorDlg dlg(MakeChecks());
-    UiScript script(*m_pToolkit);
-
-    QCOMPARE(Run(dlg, script), IDCANCEL);
-    QCOMPARE(m_Log, (std::vector<QString>{"0", "1"}));
-    QVERIFY(m_pToolkit->m_Started.empty());
-}
-
-void TestInspectorDialog::patcherStartsOnlyAfterAStartWithPatcher_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<bool>("bStarted");
-    QTest::newRow("patcher") << QStringList{"patcher"} << true;
-    QTest::newRow("none") << QStringList{} << false;
-    QTest::newRow("Qt option first") << QStringList{"-reverse", "patcher"} << false;
-}
-
-void TestInspectorDialog::patcherStartsOnlyAfterAStartWithPatcher()
-{
-    QFETCH(QStringList, arguments);
-    QFETCH(bool, bStarted);
-    // The raw arguments, as main reads them before QApplication strips any.
-    std::vector<QByteArray> storage{"rig_inspector"};
-    for (const QString& argument : arguments)
-        storage.push_back(argument.toUtf8());
-    std::vector<const char*> argv;
-    for (const QByteArray& argument : storage)
-        argv.push_back(argument.constData());
-    theApp.m_bRunPatcher = IsPatcherSwitch(CommandLineText(static_cast<int>(argv.size()), argv.data()));
-
-    m_Hooks[0] = [&]
-    {
-        QueueClick(MainButton(IDOK));
-        return 0;
-    };
-    CInspectorDlg dlg(MakeChecks());
-    UiScript script(*m_pToolkit);
-    script.Then([&] { return ShownDialog(*m_pToolkit, IDD_GRAPHIC_CONFIG_DIALOG) != nullptr; },
-                [&] { Click(m_pToolkit->GetActiveDialog()->GetButton(IDOK)); });
-    QCOMPARE(Run(dlg, script), IDOK);
-
-    QCOMPARE(m_pToolkit->m_Started.size(), bStarted ? 1u : 0u);
-    if (bStarted)
-    {
-        QCOMPARE(m_pToolkit->m_Started.front(), std::string("./patcher.exe"));
-        QVERIFY(QTest::qWaitFor([&] { return QFile::exists(m_pFolder->PatcherMarker()); }, 10000));
+        checks.registerGameWithFirewall = [&] { log << "R"; };
+        UiScript script(m_pF->toolkit);
+        if (s.result == IDOK)
+            script.WhenShown(IDD_GRAPHIC_CONFIG_DIALOG,
+                             [this, graphicButton](QtDialogWindow* pGraphic)
+                             {
+                                 m_bMainHidden = !m_pMain->isVisible();
+                                 Click(pGraphic->GetButton(graphicButton));
+                             });
+        CInspectorDlg dlg(std::move(checks));
+        const int nResult = dlg.DoModal();
+        return script.Succeeded() && m_pF->toolkit.IsQuitPosted() ? nResult : -1;
     }
-}
+
+    QtDialogWindow* m_pMain = nullptr;
+    bool m_bEndedInAStep = false, m_bMainHidden = false;
+
+private slots:
+    void init()
+    {
+        m_pF = std::make_unique<DialogFixture>();
+        QVERIFY(m_pF->folder.IsValid());
+        m_bEndedInAStep = m_bMainHidden = false;
+    }
+    void cleanup() { m_pF.reset(); }
+
+    void userActionsDuringTheSequence_data()
+    {
+        QTest::addColumn<int>("row");
+        for (int row = 0; row < int(std::size(kScenarios)); ++row)
+            QTest::newRow(kScenarios[row].name) << row;
+    }
+
+    void userActionsDuringTheSequence()
+    {
+        QFETCH(int, row);
+        const Scenario& s = kScenarios[row];
+        theApp.m_bRunPatcher = s.result == IDCANCEL; // leaving the main dialog never starts it
+        QStringList log;
+        QCOMPARE(Run(s, log), s.result);
+        QCOMPARE(log.join(' '), s.log);
+        QVERIFY(!m_bEndedInAStep); // a click waits for the step to end
+        QCOMPARE(m_bMainHidden, s.result == IDOK);
+        QVERIFY(m_pF->toolkit.m_Started.empty());
+    }
+
+    void patcherStartsOnlyAfterAStartWithPatcher_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<bool>("bStarted");
+        QTest::newRow("patcher") << QStringList{"patcher"} << true;
+        QTest::newRow("none") << QStringList{} << false;
+        QTest::newRow("Qt option first") << QStringList{"-reverse", "patcher"} << false;
+    }
+
+    void patcherStartsOnlyAfterAStartWithPatcher()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(bool, bStarted);
+        // The raw arguments, as main reads them before QApplication strips any.
+        std::vector<QByteArray> storage{"rig_inspector"};
+        for (const QString& argument : arguments)
+            storage.push_back(argument.toUtf8());
+        std::vector<const char*> argv;
+        for (const QByteArray& argument : storage)
+            argv.push_back(argument.constData());
+        theApp.m_bRunPatcher = IsPatcherSwitch(CommandLineText(static_cast<int>(argv.size()), argv.data()));
+
+        QStringList log;
+        QCOMPARE(Run(kScenarios[3], log, IDOK), IDOK);
+        QCOMPARE(m_pF->toolkit.m_Started,
+                 bStarted ? std::vector<std::string>{"./patcher.exe"} : std::vector<std::string>{});
+        if (bStarted)
+            QVERIFY(QTest::qWaitFor([&] { return QFile::exists(m_pF->folder.PatcherMarker()); }, 10000));
+    }
+};
 
 QTEST_MAIN(TestInspectorDialog)
 #include "TestInspectorDialog.moc"

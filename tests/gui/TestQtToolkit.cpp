@@ -51,10 +51,6 @@ public:
     std::function<void(ProbeDialog&, unsigned)> m_OnTimer;
 };
 
-void After(int nMs, std::function<void()> action)
-{
-    QTimer::singleShot(nMs, std::move(action));
-}
 } // namespace
 
 class TestQtToolkit : public QObject
@@ -73,7 +69,7 @@ private slots:
         m_pToolkit.reset();
     }
 
-    void dialogUnitsConvertAsWindowsDoes()
+    void arithmeticRoundsAsWindowsDoes()
     {
         QCOMPARE(MulDiv(7, 3, 2), 11); // 10.5 rounds away from zero
         QCOMPARE(MulDiv(-7, 3, 2), -11);
@@ -83,13 +79,10 @@ private slots:
         // x and cx convert on their own: a width never grows with its position.
         QCOMPARE(MapDialogRect({7, 14}, 1, 1, 1, 1), QRect(2, 2, 2, 2));
         QCOMPARE(MapDialogRect({7, 14}, 138, 268, 41, 16), QRect(242, 469, 72, 28));
-    }
-
-    void minimisedIconIsCentredRoundingTowardZero()
-    {
+        // The minimised icon is centred rounding toward zero: -1 / 2 is 0.
         QCOMPARE(MinimisedIconOrigin(100, 101, 32, 32).x, 34);
         QCOMPARE(MinimisedIconOrigin(100, 101, 32, 32).y, 35);
-        QCOMPARE(MinimisedIconOrigin(30, 29, 32, 32).x, 0); // -1 / 2 is 0, not -1
+        QCOMPARE(MinimisedIconOrigin(30, 29, 32, 32).x, 0);
         QCOMPARE(MinimisedIconOrigin(30, 29, 32, 32).y, -1);
     }
 
@@ -124,38 +117,21 @@ private slots:
             if (nId == IDCANCEL && d.m_Commands.size() == 4)
                 d.End(IDCANCEL);
         };
-        After(0,
-              [&]
-              {
-                  QTest::keyClick(dlg.m_pWindow, Qt::Key_Return); // default button
-                  QTest::mouseClick(dlg.m_pWindow->GetButton(3), Qt::LeftButton);
-                  QTest::mouseClick(dlg.m_pWindow->GetButton(1002),
-                                    Qt::LeftButton); // radios are not commands
-                  dlg.m_pWindow->windowHandle()->close();
-                  QVERIFY(dlg.m_pWindow->isVisible());
-                  QTest::keyClick(dlg.m_pWindow, Qt::Key_Escape);
-                  QTest::mouseClick(dlg.m_pWindow->GetButton(IDOK), Qt::LeftButton); // after the end: ignored
-              });
+        QTimer::singleShot(
+            0,
+            [&]
+            {
+                QTest::keyClick(dlg.m_pWindow, Qt::Key_Return); // default button
+                QTest::mouseClick(dlg.m_pWindow->GetButton(3), Qt::LeftButton);
+                QTest::mouseClick(dlg.m_pWindow->GetButton(1002),
+                                  Qt::LeftButton); // radios are not commands
+                dlg.m_pWindow->windowHandle()->close();
+                QVERIFY(dlg.m_pWindow->isVisible());
+                QTest::keyClick(dlg.m_pWindow, Qt::Key_Escape);
+                QTest::mouseClick(dlg.m_pWindow->GetButton(IDOK), Qt::LeftButton); // after the end: ignored
+            });
         QCOMPARE(m_pToolkit->RunModal(dlg), IDCANCEL);
         QCOMPARE(dlg.m_Commands, (std::vector<int>{IDOK, 3, IDCANCEL, IDCANCEL}));
-    }
-
-    void radioPairsBehaveAsCheckBoxesOfOnePair()
-    {
-        ProbeDialog dlg(IDD_GRAPHIC_CONFIG_DIALOG);
-        QString states;
-        dlg.m_OnInit = [&](ProbeDialog& d)
-        {
-            d.GetDlgItem(1001)->SetCheck(1);
-            d.GetDlgItem(1003)->SetCheck(1);
-            d.GetDlgItem(1001)->SetCheck(0); // BM_SETCHECK 0 clears even in a group
-            d.GetDlgItem(1004)->SetCheck(1); // and its pair takes the other's place
-            for (int nId = 1001; nId <= 1004; ++nId)
-                states += QString::number(d.GetDlgItem(nId)->GetCheck());
-            d.End(IDOK);
-        };
-        m_pToolkit->RunModal(dlg);
-        QCOMPARE(states, QStringLiteral("0001"));
     }
 
     void timersRunUntilKilledAndEndDialogEndsTheRun()
@@ -185,8 +161,8 @@ private slots:
         ProbeDialog outer(IDD_INSPECTOR_DIALOG);
         ProbeDialog inner(IDD_GRAPHIC_CONFIG_DIALOG);
         int nInnerResult = 0;
-        After(0, [&] { nInnerResult = m_pToolkit->RunModal(inner); });
-        After(20, [&] { m_pToolkit->PostQuitMessage(5); });
+        QTimer::singleShot(0, [&] { nInnerResult = m_pToolkit->RunModal(inner); });
+        QTimer::singleShot(20, [&] { m_pToolkit->PostQuitMessage(5); });
         QCOMPARE(m_pToolkit->RunModal(outer), -1);
         QCOMPARE(nInnerResult, -1);
         QCOMPARE(m_pToolkit->GetExitCode(), 5);
@@ -196,54 +172,39 @@ private slots:
         QCOMPARE(m_pToolkit->RunModal(late), -1);
     }
 
-    void reportViewHasADocumentOnlyAfterNavigationCompletes()
-    {
-        QtReportView view(nullptr);
-        const std::u16string doc = u"<b>x</b>";
-        QVERIFY(!view.LoadDocument(doc.c_str(), doc.size() * 2 + 2));
-        view.Navigate(u"about:blank");
-        QVERIFY(!view.HasDocument());
-        QVERIFY(!view.ScrollToEnd());
-        QVERIFY(QTest::qWaitFor([&] { return view.HasDocument(); }, 5000));
-        QVERIFY(view.LoadDocument(doc.c_str(), doc.size() * 2 + 2));
-    }
-
-    void reportViewKeepsTheReportsFormatting()
-    {
-        QtReportView view(nullptr);
-        view.Navigate(u"about:blank");
-        QVERIFY(QTest::qWaitFor([&] { return view.HasDocument(); }, 5000));
-        const std::u16string doc =
-            u"<html><body><B>Head</B><br>\t    send<font color=blue>passed.</font>"
-            u"<a href=\"http://127.0.0.1/more\" target=_blank>click here</a></body></html>";
-        QVERIFY(view.LoadDocument(doc.c_str(), doc.size() * 2 + 2));
-        QVERIFY(view.toPlainText().contains(QStringLiteral("\t    send")));
-        const QString html = view.toHtml();
-        QVERIFY(html.contains(QStringLiteral("font-weight:700")));
-        QVERIFY(html.contains(QStringLiteral("color:#0000ff")));
-        QVERIFY(html.contains(QStringLiteral("href=\"http://127.0.0.1/more\"")));
-        QVERIFY(!view.openLinks()); // links go to the system browser, not into the report
-    }
-
-    void reportViewScrollsToTheEndAlsoOnceShown()
+    void reportViewLoadsOnceNavigatedKeepsFormattingAndFollowsTheEnd()
     {
         QWidget parent;
         parent.resize(300, 200);
         auto* pView = new QtReportView(&parent);
         pView->setGeometry(0, 0, 300, 200);
+        auto load = [pView](const std::u16string& doc)
+        { return pView->LoadDocument(doc.c_str(), doc.size() * 2 + 2); };
+        QVERIFY(!load(u"<b>x</b>"));
         pView->Navigate(u"about:blank");
+        QVERIFY(!pView->HasDocument());
+        QVERIFY(!pView->ScrollToEnd());
         QVERIFY(QTest::qWaitFor([&] { return pView->HasDocument(); }, 5000));
+
+        QVERIFY(load(u"<html><body><B>Head</B><br>\t    send<font color=blue>passed.</font>"
+                     u"<a href=\"http://127.0.0.1/more\" target=_blank>click here</a></body></html>"));
+        QVERIFY(pView->toPlainText().contains(QStringLiteral("\t    send")));
+        const QString html = pView->toHtml();
+        QVERIFY(html.contains(QStringLiteral("font-weight:700")));
+        QVERIFY(html.contains(QStringLiteral("color:#0000ff")));
+        QVERIFY(html.contains(QStringLiteral("href=\"http://127.0.0.1/more\"")));
+        QVERIFY(!pView->openLinks()); // links go to the system browser, not into the report
+
         std::u16string doc;
         for (int i = 0; i < 200; ++i)
             doc += u"<br>line";
-        QVERIFY(pView->LoadDocument(doc.c_str(), doc.size() * 2 + 2)); // while hidden
+        QVERIFY(load(doc)); // while hidden: the end must still show once the window does
         parent.show();
         QVERIFY(QTest::qWaitForWindowExposed(&parent));
         QScrollBar* pBar = pView->verticalScrollBar();
         QVERIFY(pBar->maximum() > 0);
         QCOMPARE(pBar->value(), pBar->maximum());
-        doc += u"<br>one more";
-        QVERIFY(pView->LoadDocument(doc.c_str(), doc.size() * 2 + 2));
+        QVERIFY(load(doc + u"<br>one more"));
         QCOMPARE(pBar->value(), pBar->maximum());
     }
 

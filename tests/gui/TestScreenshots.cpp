@@ -17,119 +17,81 @@ class TestScreenshots : public QObject
 {
     Q_OBJECT
 
+    std::unique_ptr<DialogFixture> m_pF;
+    QString m_Error;
+
+    /// Saves the window as screenshots/<name>.png and checks the file back, then leaves by Cancel.
+    void SaveAndCancel(QtDialogWindow* pWindow, const QString& name)
+    {
+        const QString path = QDir(QStringLiteral(RIG_SCREENSHOT_DIR)).filePath(name + QStringLiteral(".png"));
+        if (!pWindow->grab().toImage().save(path))
+            m_Error = QStringLiteral("cannot write ") + path;
+        else if (QImage(path).size() != pWindow->size())
+            m_Error = path + QStringLiteral(" does not hold the whole window");
+        Click(pWindow->GetButton(IDCANCEL));
+    }
+
 private slots:
-    void initTestCase();
-    void init();
-    void cleanup();
-    void mainDialogAfterARun();
-    void graphicDialogAtEachTier_data();
-    void graphicDialogAtEachTier();
+    void initTestCase() { QVERIFY(QDir().mkpath(QStringLiteral(RIG_SCREENSHOT_DIR))); }
+    void init()
+    {
+        m_pF = std::make_unique<DialogFixture>();
+        QVERIFY(m_pF->folder.IsValid());
+        m_Error.clear();
+    }
+    void cleanup() { m_pF.reset(); }
 
-private:
-    /// Saves the window as screenshots/<name>.png and checks the file back.
-    void Save(QWidget* pWindow, const QString& name, QString* pError);
+    void mainDialogAfterARun()
+    {
+        // The reference server on its default ports (this test runs in a
+        // network namespace of its own), so the network checks report a real exchange.
+        QProcess server;
+        server.start(QStringLiteral(RIG_TEST_SERVER), {});
+        QVERIFY(server.waitForStarted(5000));
+        QVERIFY(QTest::qWaitFor(
+            [&] { return server.canReadLine() || (server.waitForReadyRead(100) && server.canReadLine()); },
+            10000));
+        QVERIFY(server.readLine().contains("listening"));
 
-    QDir m_Out;
-    std::unique_ptr<TestGameFolder> m_pFolder;
-    std::unique_ptr<RecordingToolkit> m_pToolkit;
+        CInspectorDlg dlg; // this build's checks
+        UiScript script(m_pF->toolkit, 120000);
+        script.Then([&] { return dlg.IsSequenceDone(); }, [&]
+                    { SaveAndCancel(m_pF->toolkit.GetActiveDialog(), QStringLiteral("inspector_dialog")); });
+        QCOMPARE(dlg.DoModal(), IDCANCEL);
+        QVERIFY(script.Succeeded());
+        QVERIFY2(m_Error.isEmpty(), qPrintable(m_Error));
+        server.terminate();
+        QVERIFY(server.waitForFinished(5000));
+    }
+
+    void graphicDialogAtEachTier_data()
+    {
+        QTest::addColumn<QList<int>>("measured"); // CPU MHz, video MB, system MB
+        QTest::newRow("high") << QList<int>{2400, 128, 1024};
+        QTest::newRow("middle") << QList<int>{1000, 64, 512};
+        QTest::newRow("low") << QList<int>{2400, 31, 1024};
+    }
+
+    void graphicDialogAtEachTier()
+    {
+        QFETCH(QList<int>, measured);
+        g_inspector.m_CpuSpeed = measured[0];
+        g_inspector.m_VideoMemory = measured[1];
+        g_inspector.m_SystemMemory = measured[2];
+        const QString tier = QString::fromLatin1(QTest::currentDataTag());
+        QCOMPARE(QString::fromLatin1(
+                     TierName(RecommendGraphicOptions(measured[0], measured[1], measured[2]).tier)),
+                 tier);
+
+        CGraphicConfigDlg dlg;
+        UiScript script(m_pF->toolkit);
+        script.WhenShown(IDD_GRAPHIC_CONFIG_DIALOG, [&](QtDialogWindow* pWindow)
+                         { SaveAndCancel(pWindow, QStringLiteral("graphic_config_") + tier); });
+        QCOMPARE(dlg.DoModal(), IDCANCEL);
+        QVERIFY(script.Succeeded());
+        QVERIFY2(m_Error.isEmpty(), qPrintable(m_Error));
+    }
 };
-
-void TestScreenshots::initTestCase()
-{
-    m_Out = QDir(QStringLiteral(RIG_SCREENSHOT_DIR));
-    QVERIFY(m_Out.mkpath(QStringLiteral(".")));
-}
-
-void TestScreenshots::init()
-{
-    m_pFolder = std::make_unique<TestGameFolder>();
-    QVERIFY(m_pFolder->IsValid());
-    m_pToolkit = std::make_unique<RecordingToolkit>();
-    SetToolkit(m_pToolkit.get());
-    theApp.m_bRunPatcher = false;
-}
-
-void TestScreenshots::cleanup()
-{
-    g_inspector.m_pDlg = nullptr;
-    SetToolkit(nullptr);
-    m_pToolkit.reset();
-    m_pFolder.reset();
-}
-
-void TestScreenshots::Save(QWidget* pWindow, const QString& name, QString* pError)
-{
-    const QString path = m_Out.filePath(name + QStringLiteral(".png"));
-    const QImage image = pWindow->grab().toImage();
-    if (!image.save(path))
-        *pError = QStringLiteral("cannot write ") + path;
-    else if (QImage(path).size() != pWindow->size())
-        *pError = path + QStringLiteral(" does not hold the whole window");
-}
-
-void TestScreenshots::mainDialogAfterARun()
-{
-    // The reference server on its default ports (this test runs in a network
-    // namespace of its own), so the network checks report a real exchange.
-    QProcess server;
-    server.setProgram(QStringLiteral(RIG_TEST_SERVER));
-    server.start();
-    QVERIFY(server.waitForStarted(5000));
-    QVERIFY(QTest::qWaitFor(
-        [&] { return server.canReadLine() || (server.waitForReadyRead(100) && server.canReadLine()); },
-        10000));
-    QVERIFY(server.readLine().contains("listening"));
-
-    CInspectorDlg dlg; // this build's checks
-    UiScript script(*m_pToolkit, 120000);
-    QString error;
-    script.Then([&] { return dlg.IsSequenceDone(); },
-                [&]
-                {
-                    QtDialogWindow* pWindow = m_pToolkit->GetActiveDialog();
-                    Save(pWindow, QStringLiteral("inspector_dialog"), &error);
-                    Click(pWindow->GetButton(IDCANCEL));
-                });
-    QCOMPARE(dlg.DoModal(), IDCANCEL);
-    QVERIFY(!script.HasTimedOut());
-    QVERIFY2(error.isEmpty(), qPrintable(error));
-    server.terminate();
-    QVERIFY(server.waitForFinished(5000));
-}
-
-void TestScreenshots::graphicDialogAtEachTier_data()
-{
-    QTest::addColumn<QList<int>>("measured"); // CPU MHz, video MB, system MB
-    QTest::newRow("high") << QList<int>{2400, 128, 1024};
-    QTest::newRow("middle") << QList<int>{1000, 64, 512};
-    QTest::newRow("low") << QList<int>{2400, 31, 1024};
-}
-
-void TestScreenshots::graphicDialogAtEachTier()
-{
-    QFETCH(QList<int>, measured);
-    g_inspector.m_CpuSpeed = measured[0];
-    g_inspector.m_VideoMemory = measured[1];
-    g_inspector.m_SystemMemory = measured[2];
-    const char* tier = TierName(
-        RecommendGraphicOptions(g_inspector.m_CpuSpeed, g_inspector.m_VideoMemory, g_inspector.m_SystemMemory)
-            .tier);
-    QCOMPARE(tier, QTest::currentDataTag());
-
-    CGraphicConfigDlg dlg;
-    UiScript script(*m_pToolkit);
-    QString error;
-    script.Then([&] { return ShownDialog(*m_pToolkit, IDD_GRAPHIC_CONFIG_DIALOG) != nullptr; },
-                [&]
-                {
-                    QtDialogWindow* pWindow = m_pToolkit->GetActiveDialog();
-                    Save(pWindow, QStringLiteral("graphic_config_") + tier, &error);
-                    Click(pWindow->GetButton(IDCANCEL));
-                });
-    QCOMPARE(dlg.DoModal(), IDCANCEL);
-    QVERIFY(!script.HasTimedOut());
-    QVERIFY2(error.isEmpty(), qPrintable(error));
-}
 
 QTEST_MAIN(TestScreenshots)
 #include "TestScreenshots.moc"
