@@ -1,0 +1,124 @@
+#pragma once
+// Runs the built rig_inspector_cli as a player would, below a game's root
+// folder of its own (patcher/ as the working directory, game/ beside it),
+// against the built rig_test_server on its default ports.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/server/ServerProcess.h"
+
+namespace e2e
+{
+// Bounds one run of the whole sequence; the slowest (nothing answering, or
+// two phases at their 10 s limit) takes about 35 s.
+constexpr int kRunLimitSeconds = 120;
+
+const std::string kTcpIncomplete =
+    "<br><font color=red>We could not finish the speed test completely.</font>";
+const std::string kTcpFailedStart = "<br><font color=red>Internet connection speed test failed.";
+const std::string kUdpFailed =
+    "<br><font color=red>UDP test failed. UDP ports for the game may be blocked.</font>";
+const std::string kTcpConnected =
+    "<br>Checking Internet Speed Test(127.0.0.1:9999)...<br>\tconnected to server";
+const std::string kUdpAllAnswered =
+    "<br>Checking UDP(127.0.0.1:9998)...<br>\t    send :  10 packets<br>\treceived :  10 packets"
+    "<font color=blue><br>\t    loss :   0 packets (0%)</font>";
+
+inline std::string ReadFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+inline void WriteFile(const std::string& path, const std::string& content)
+{
+    std::ofstream(path, std::ios::binary) << content;
+}
+
+struct CliRun
+{
+    int status = -1;
+    std::string report, err;
+    nlohmann::json json;
+
+    bool Has(const std::string& text) const { return report.find(text) != std::string::npos; }
+    /// The KB/Sec figure of "<br>\t<what> Speed : %5.2f KB/Sec", or -1.
+    double Rate(const std::string& what) const
+    {
+        const std::string key = "<br>\t" + what + " Speed : ";
+        const auto at = report.find(key);
+        return at == std::string::npos ? -1.0 : std::atof(report.c_str() + at + key.size());
+    }
+};
+
+class CliTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        char pattern[] = "/tmp/rig_e2e_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        m_Root = pattern;
+        m_Dir = m_Root + "/patcher";
+        m_Game = m_Root + "/game";
+        std::filesystem::create_directories(m_Dir);
+        std::filesystem::create_directories(m_Game);
+    }
+    void TearDown() override
+    {
+        m_Server.reset();
+        std::filesystem::remove_all(m_Root);
+    }
+
+    void StartServer(std::vector<std::string> args = {})
+    {
+        // A pong inside its ping's own millisecond has a round trip of 0 and
+        // is ignored by design: a small delay keeps every run countable.
+        args.insert(args.begin(), {"--pong-delay", "2"});
+        m_Server = std::make_unique<ServerProcess>(args);
+        ASSERT_TRUE(m_Server->WaitUntilReady()) << m_Server->GetStderr();
+    }
+
+    /// Runs the CLI from a script in the root folder. prelude runs first and
+    /// must succeed; postlude runs after the CLI, which keeps its exit status.
+    /// With bPrivateMounts the script's mounts vanish with it.
+    CliRun Run(const std::string& args = "", const std::string& prelude = "",
+               const std::string& postlude = "", bool bPrivateMounts = false)
+    {
+        for (const char* old : {"/patcher/report.html", "/patcher/result.json", "/err.txt"})
+            std::filesystem::remove(m_Root + old);
+        const std::string script = m_Root + "/run.sh";
+        WriteFile(script, "cd '" + m_Root + "' || exit 99\n" + prelude +
+                              "\ncd patcher || exit 99\ntimeout -k 5 " + std::to_string(kRunLimitSeconds) +
+                              " '" RIG_CLI_PATH "' --quiet --report report.html --json result.json " + args +
+                              " > /dev/null 2> ../err.txt < /dev/null\nstatus=$?\ncd .. || exit 99\n" +
+                              postlude + "\nexit $status\n");
+        const int raw = std::system(
+            ((bPrivateMounts ? "unshare --mount --propagation private sh '" : "sh '") + script + "'")
+                .c_str());
+        CliRun run;
+        run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+        run.report = ReadFile(m_Dir + "/report.html");
+        run.err = ReadFile(m_Root + "/err.txt");
+        const std::string json = ReadFile(m_Dir + "/result.json");
+        if (!json.empty())
+            run.json = nlohmann::json::parse(json, nullptr, false);
+        return run;
+    }
+
+    std::string m_Root, m_Dir, m_Game;
+    std::unique_ptr<ServerProcess> m_Server;
+};
+} // namespace e2e
