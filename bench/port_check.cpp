@@ -1,7 +1,7 @@
 // How long the port check takes over a large range when every fragment
 // re-renders the whole report, as the dialog's view does: the check as built
 // (marks joined above a few hundred ports) against one fragment per mark.
-// Run it in a namespace of its own: tests/netns_run.sh port_check_bench
+// Run it in a namespace of its own: tests/netns_run.sh bench_port_check
 #include <chrono>
 #include <cstdio>
 
