@@ -62,6 +62,11 @@ TEST_F(NetworkChecksTest, TcpPortIsTakenModulo65536)
 // becomes a red line and a failed verdict, and the process carries on.
 TEST_F(NetworkChecksTest, UdpSocketThatCannotBeMadeFailsTheCheck)
 {
+#ifdef RIG_UBSAN
+    // The sanitizer's type check opens a pipe the first time it meets a
+    // class; with no descriptor left it takes the checker for a bad object.
+    GTEST_SKIP() << "needs free descriptors under UndefinedBehaviorSanitizer";
+#endif
     rlimit saved{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &saved), 0);
     const int lowest = ::dup(0);
