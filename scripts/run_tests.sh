@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Sets up the machine, builds every target and runs every test with CTest.
 # Usage: scripts/run_tests.sh [preset...]   (default: dev asan tsan fuzz)
-# dev is the plain suite; asan and tsan run the same suite under the
-# sanitizers; fuzz builds the libFuzzer targets with clang and runs each for
-# about 30 s on its seed corpus.
+# dev is the plain suite; asan and tsan run it under the sanitizers (tsan
+# without the gui label, see tests/sanitizer/tsan.supp); fuzz builds the
+# libFuzzer targets with clang and runs each for about 30 s on its corpus.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh
