@@ -6,8 +6,14 @@
 # <build>/<dir>/<name>-artifacts. Used only when RIG_FUZZ is on, where every
 # other object carries the coverage instrumentation (-fsanitize=fuzzer-no-link)
 # that lets the fuzzer see into the libraries.
+#   cmake --preset fuzz -DRIG_FUZZ_SEED=0 -DRIG_FUZZ_SECONDS=600   (a search)
 set(RIG_FUZZ_RUN ${CMAKE_CURRENT_LIST_DIR}/../tests/fuzz_run.sh CACHE INTERNAL "")
 set(RIG_FUZZ_SECONDS 30 CACHE STRING "How long each fuzzer runs under CTest, in seconds")
+# A fixed seed makes a CTest run walk the same inputs every time, so CI fails
+# on a change, never on luck. 0 lets libFuzzer pick a new seed each run: use
+# it (with more seconds) to search for new findings, then keep what they find
+# in the seed corpus.
+set(RIG_FUZZ_SEED 1 CACHE STRING "libFuzzer -seed for the CTest runs; 0 picks a new one each run")
 
 if(NOT TARGET rig_fuzzers)
     add_custom_target(rig_fuzzers)
@@ -20,7 +26,7 @@ function(rig_add_fuzzer name)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
     add_dependencies(rig_fuzzers ${name})
 
-    set(options -max_total_time=${RIG_FUZZ_SECONDS} -timeout=10 -rss_limit_mb=2048 -print_final_stats=1)
+    set(options -seed=${RIG_FUZZ_SEED} -max_total_time=${RIG_FUZZ_SECONDS} -timeout=10 -rss_limit_mb=2048 -print_final_stats=1)
     if(F_DICT)
         get_filename_component(dict ${F_DICT} ABSOLUTE BASE_DIR ${CMAKE_CURRENT_SOURCE_DIR})
         list(APPEND options -dict=${dict})

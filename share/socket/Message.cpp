@@ -165,8 +165,12 @@ template <class Text> Message& Message::ExtractText(Text& text)
         throw zul::Error(zul::FormatString(u"Message::operator>>(tstring) error : %s(len=%d)",
                                            Message::ToString(), nBytes),
                          0);
+    // A wide string may start at an odd offset: copy its bytes rather than
+    // read the units through a misaligned pointer.
     using Unit = typename Text::value_type;
-    text.assign(reinterpret_cast<const Unit*>(m_Buffer + m_ReadOffset), nBytes / sizeof(Unit));
+    text.resize(nBytes / sizeof(Unit));
+    if (!text.empty())
+        std::memcpy(text.data(), m_Buffer + m_ReadOffset, text.size() * sizeof(Unit));
     m_ReadOffset = static_cast<std::uint16_t>(m_ReadOffset + nBytes);
     return *this;
 }
