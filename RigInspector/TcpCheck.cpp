@@ -6,8 +6,9 @@
 
 namespace
 {
-// Single precision on purpose, both the factor and the comparison: 32767.99
-// bytes per second reads 32.00 and passes, as it always has.
+// Single precision on purpose, both the factor and the comparison, as the
+// verdict has always been made: 32768 bytes per second passes, and 32767.99
+// fails although it prints as 32.00.
 constexpr float kKilobyte = 1.0f / 1024.0f;
 constexpr float kMinKBs = 32.0f;
 } // namespace
