@@ -6,6 +6,7 @@
 #include <functional>
 #include <latch>
 #include <memory>
+#include <stdexcept>
 
 namespace
 {
@@ -45,6 +46,14 @@ TEST(Thread, WaitTellsRunningFromEndedAndEndedStaysEnded)
     EXPECT_TRUE(worker.Wait(0));
     EXPECT_EQ(worker.GetExitCode(), 42u);
     EXPECT_FALSE(worker.GetFailure());
+
+    // An exception escaping Run ends the thread, not the process.
+    Worker throwing([]() -> unsigned int { throw std::runtime_error("escaped Run"); });
+    throwing.Start(false);
+    ASSERT_TRUE(throwing.Wait(zul::INFINITE_WAIT));
+    EXPECT_EQ(throwing.GetExitCode(), 0u);
+    ASSERT_TRUE(throwing.GetFailure());
+    EXPECT_THROW(std::rethrow_exception(throwing.GetFailure()), std::runtime_error);
 }
 
 TEST(Thread, DestructorDismissesASuspendedThreadAndJoinsARunningOne)

@@ -34,11 +34,7 @@ TEST(EchoText, PongParseRules)
         {u"", false, 0, 0},
         {u"ping 3 5", false, 0, 0},
         {u"Pong 3 5", false, 0, 0},
-        {u"pong +3 -5", true, 3, -5},
-        {u"pong \v7 \f8", true, 7, 8}, // blanks that are no separators, skipped as _wtoi does
-        {u"pong 3x 5y", true, 3, 5},
-        {u"pong x -", true, 0, 0},
-        {u"pong 99999999999 -99999999999", true, INT_MAX, INT_MIN},
+        {u"pong \v7 3x", true, 7, 3}, // numbers read as _wtoi reads them; its own rules are tested with it
     };
     for (const auto& c : cases)
     {

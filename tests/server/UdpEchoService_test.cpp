@@ -1,5 +1,6 @@
 // The echo test's server side: pings to 9998, pongs to the sender's port 20000.
 // Dropped pings are covered end to end, where the checker reports the loss.
+#include <climits>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -55,30 +56,17 @@ protected:
 TEST_F(UdpEchoServiceTest, JunkAndShortDatagramsAreIgnoredPongsAreNeverLargerThanPings)
 {
     Start({});
-    for (const Bytes& junk : std::vector<Bytes>{
-             {},
-             {'p'},
-             {'p', 0, 'i'},
-             {'p', 0, 'i', 0, 'n', 0, 'g'},
-             Utf16("pong 1 2"),
-             Utf16("ping 1 2 3"),
-             Utf16("ping  5"), // three fields, but "pong 0 5" would outgrow the request
-         })
+    // Junk, short datagrams and a ping whose pong ("pong 0 5") would outgrow it.
+    for (const Bytes& junk :
+         std::vector<Bytes>{{}, {'p'}, {'p', 0, 'i'}, Utf16("pong 1 2"), Utf16("ping  5")})
         Send(junk, m_Pings);
-    // Each answered ping: its own numbers back, in no more bytes than it came in.
-    const std::vector<std::pair<Bytes, EchoText::Fields>> answered = {
-        {[]
-         {
-             Bytes b = Utf16("ping 4 77");
-             b.push_back('x');
-             return b;
-         }(),
-         {4, 77}}, // odd byte dropped
-        {Utf16("ping +7 0009"), {7, 9}},
-        {Utf16("ping -5 2147483647"), {-5, 2147483647}},
-        {Utf16("ping 99999999999 1"), {2147483647, 1}},
-    };
-    for (const auto& [ping, fields] : answered)
+    // The reply rules themselves are fuzzed; these prove the service applies
+    // them to the bytes it received: an odd last byte dropped, a pong as long
+    // as its ping still sent.
+    Bytes odd = Utf16("ping 4 77");
+    odd.push_back('x');
+    for (const auto& [ping, fields] : std::vector<std::pair<Bytes, EchoText::Fields>>{
+             {odd, {4, 77}}, {Utf16("ping -5 2147483647"), {-5, INT_MAX}}})
     {
         Send(ping, m_Pings);
         const auto datagram = ReceiveDatagram(m_Pongs);
@@ -105,7 +93,7 @@ TEST_F(UdpEchoServiceTest, RateLimitIsPerSourceAddress)
 TEST_F(UdpEchoServiceTest, MalformedPongsAreAllRejectedByTheClientsParser)
 {
     Start({"--malformed-pongs"});
-    for (int seq = 0; seq < 4; ++seq)
+    for (int seq = 0; seq < 2; ++seq) // the two faults take turns
     {
         const Bytes request = EchoText::FormatPing(seq, 1000 + seq);
         Send(request, m_Pings);

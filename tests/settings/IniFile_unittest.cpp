@@ -84,13 +84,9 @@ TEST_F(IniTest, ValuesAreCutAt511WithoutSplittingAPair)
 
 TEST_F(IniTest, IntegerIsTheNumberAtTheStart)
 {
-    const std::pair<const char*, int> cases[] = {{"80", 80},
-                                                 {"-5", -5},
-                                                 {" 12abc ", 12},
-                                                 {"\"7\"", 7},
-                                                 {"abc", 0},
-                                                 {"", 0},
-                                                 {"99999999999", 2147483647}};
+    // The number itself is read as _wtoi reads it, tested with it: here what
+    // the reader does to the text first.
+    const std::pair<const char*, int> cases[] = {{" 12abc ", 12}, {"\"-7\"", -7}, {"", 0}};
     for (const auto& [value, expected] : cases)
     {
         TempDir::Write(m_Path, std::string("[S]\r\nK=") + value + "\r\n");

@@ -28,8 +28,6 @@ TEST(DatagramSocket, BoundAndUnboundSocketsExchangeDatagrams)
 {
     DatagramSocket receiver(kEchoPort, false);
     DatagramSocket sender(0, false);
-    EXPECT_EQ(u"0.0.0.0", receiver.GetHost());
-    EXPECT_EQ(kEchoPort, receiver.GetPort());
 
     Datagram datagram;
     datagram.SetHost(u"127.0.0.1");

@@ -10,8 +10,6 @@ using zul::socket::Datagram;
 TEST(Datagram, AddressIsKeptInNetworkOrderAndShownInToString)
 {
     Datagram datagram;
-    EXPECT_EQ(u"<Datagram host=0.0.0.0 port=0 msg=<Message capacity=8, offset=8/8 /> />",
-              datagram.ToString());
     datagram.SetHost(u" 192.0.2.7\n");
     datagram.SetPort(9998);
     EXPECT_EQ(AF_INET, datagram.GetSockAddr()->sin_family);

@@ -170,14 +170,3 @@ TEST(MSocket, SendBlockIsWholeTimedOutOrFailed)
     EXPECT_EQ(MSocket::SendStatus::Failed, status);
     EXPECT_TRUE(IsGonePeerCode(c.client->GetLastError())) << c.client->GetLastError();
 }
-
-TEST(MSocket, LingerUsesThePlatformsStructure)
-{
-    MSocket socket(0, true);
-    EXPECT_TRUE(socket.SetLinger(7));
-    EXPECT_TRUE(socket.IsLingerOn());
-    EXPECT_EQ(7, socket.GetLingerTime());
-    EXPECT_TRUE(socket.SetDontLinger());
-    EXPECT_FALSE(socket.IsLingerOn());
-    EXPECT_EQ(0, MSocket(0, false).GetLingerTime());
-}
