@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -41,6 +42,8 @@ public:
             message >> m_Word >> m_Text;
     }
 
+    Serializable& Self() { return *this; }
+
     std::uint16_t m_Word = 0x1234;
     std::string m_Text = "serialized";
 };
@@ -62,142 +65,103 @@ tstring WideOf(FuzzedDataProvider& input)
     return text;
 }
 
-/// Every write leaves the header's body length in step with the write offset.
-void CheckBodyLength(const Message& message)
+std::uint16_t Word(FuzzedDataProvider& input)
 {
-    FUZZ_CHECK(message.GetBodyLength() == message.GetLength() - Message::MSG_HEADER_SIZE);
+    return input.ConsumeIntegral<std::uint16_t>();
 }
+
+template <class Value> void Extract(Message& message)
+{
+    Value value{};
+    message >> value;
+}
+
+void SetData(Message& message, FuzzedDataProvider& input)
+{
+    const auto bytes = BytesOf(input, Word(input));
+    message.SetData(bytes.data(), static_cast<std::uint16_t>(bytes.size()));
+    FUZZ_CHECK(message.GetLength() == bytes.size() && message.GetReadOffset() == Message::MSG_HEADER_SIZE);
+}
+
+void Write(Message& message, FuzzedDataProvider& input)
+{
+    const auto bytes = BytesOf(input, Word(input));
+    message.write(bytes.data(), static_cast<std::uint16_t>(bytes.size()));
+}
+
+void ReadHeader(Message& message, FuzzedDataProvider&)
+{
+    (void)message.GetBodyLength();
+    (void)message.GetHeaderWord();
+    (void)message.GetHeaderDword();
+}
+
+void SetHeader(Message& message, FuzzedDataProvider& input)
+{
+    message.SetHeaderWord(Word(input));
+    message.SetHeaderDword(input.ConsumeIntegral<std::uint32_t>());
+}
+
+using In = FuzzedDataProvider;
+
+struct Operation
+{
+    void (*m_Run)(Message&, FuzzedDataProvider&);
+    // A write that returned must leave the header's body length in step
+    // with the write offset.
+    bool m_bWrites;
+};
+
+// The order is the input's encoding: the seed corpus depends on it.
+const Operation kMessageOperations[] = {
+    {[](Message& m, In&) { m.Reset(); }, false},
+    {[](Message& m, In&) { m.Destroy(); }, false},
+    {[](Message& m, In& in) { m.Allocate(Word(in)); }, false},
+    {[](Message& m, In& in) { m.Reserve(Word(in)); }, false},
+    {SetData, false},
+    {[](Message& m, In& in) { m.Rewind(Word(in)); }, false},
+    {[](Message& m, In& in) { m.read(g_Raw, Word(in)); }, false},
+    {Write, true},
+    {[](Message& m, In& in) { m << Word(in); }, true},
+    {[](Message& m, In& in) { m << in.ConsumeRandomLengthString(1024); }, true},
+    {[](Message& m, In& in) { m << in.ConsumeRandomLengthString(1024).c_str(); }, true},
+    {[](Message& m, In& in) { m << WideOf(in); }, true},
+    {[](Message& m, In& in) { m << WideOf(in).c_str(); }, true},
+    {[](Message& m, In&) { Extract<std::uint16_t>(m); }, false},
+    {[](Message& m, In&) { Extract<std::string>(m); }, false},
+    {[](Message& m, In&) { Extract<tstring>(m); }, false},
+    {[](Message& m, In&) { m >> g_Narrow; }, false},
+    {[](Message& m, In&) { m >> g_Wide; }, false},
+    {ReadHeader, false},
+    {[](Message& m, In& in) { m.SetBodyLength(Word(in)); }, false},
+    {SetHeader, false},
+    {[](Message& m, In&) { (void)m.ToString(); }, false},
+    {[](Message& m, In&) { m.Store(Serializable().Self()); }, true},
+    {[](Message& m, In&) { m.Load(Serializable().Self()); }, false},
+};
+
+// Nothing happens when the message is no datagram.
+void (*const kDatagramOperations[])(Datagram&, FuzzedDataProvider&) = {
+    [](Datagram& d, In& in) { d.SetHost(WideOf(in)); },
+    [](Datagram& d, In& in) { d.SetPort(Word(in)); },
+    [](Datagram& d, In&) { (void)d.ToString(); }, // reads the host and port
+    [](Datagram& d, In& in) { d.SetSockAddr(in.ConsumeBool() ? d.GetSockAddr() : nullptr); },
+};
 
 void Operate(Message& message, Datagram* pDatagram, FuzzedDataProvider& input)
 {
-    switch (input.ConsumeIntegralInRange<int>(0, 27))
+    const std::size_t nMessageOperations = std::size(kMessageOperations);
+    const auto index =
+        input.ConsumeIntegralInRange<std::size_t>(0, nMessageOperations + std::size(kDatagramOperations) - 1);
+    if (index >= nMessageOperations)
     {
-    case 0:
-        message.Reset();
-        break;
-    case 1:
-        message.Destroy();
-        break;
-    case 2:
-        message.Allocate(input.ConsumeIntegral<std::uint16_t>());
-        break;
-    case 3:
-        message.Reserve(input.ConsumeIntegral<std::uint16_t>());
-        break;
-    case 4:
-    {
-        const auto bytes = BytesOf(input, input.ConsumeIntegral<std::uint16_t>());
-        message.SetData(bytes.data(), static_cast<std::uint16_t>(bytes.size()));
-        FUZZ_CHECK(message.GetLength() == bytes.size() &&
-                   message.GetReadOffset() == Message::MSG_HEADER_SIZE);
-        break;
-    }
-    case 5:
-        message.Rewind(input.ConsumeIntegral<std::uint16_t>());
-        break;
-    case 6:
-        message.read(g_Raw, input.ConsumeIntegral<std::uint16_t>());
-        break;
-    case 7:
-    {
-        const auto bytes = BytesOf(input, input.ConsumeIntegral<std::uint16_t>());
-        message.write(bytes.data(), static_cast<std::uint16_t>(bytes.size()));
-        CheckBodyLength(message);
-        break;
-    }
-    case 8:
-        message << input.ConsumeIntegral<std::uint16_t>();
-        CheckBodyLength(message);
-        break;
-    case 9:
-        message << input.ConsumeRandomLengthString(1024);
-        CheckBodyLength(message);
-        break;
-    case 10:
-        message << input.ConsumeRandomLengthString(1024).c_str();
-        CheckBodyLength(message);
-        break;
-    case 11:
-        message << WideOf(input);
-        CheckBodyLength(message);
-        break;
-    case 12:
-        message << WideOf(input).c_str();
-        CheckBodyLength(message);
-        break;
-    case 13:
-    {
-        std::uint16_t value = 0;
-        message >> value;
-        break;
-    }
-    case 14:
-    {
-        std::string text;
-        message >> text;
-        break;
-    }
-    case 15:
-    {
-        tstring text;
-        message >> text;
-        break;
-    }
-    case 16:
-        message >> g_Narrow;
-        break;
-    case 17:
-        message >> g_Wide;
-        break;
-    case 18:
-        (void)message.GetBodyLength();
-        (void)message.GetHeaderWord();
-        (void)message.GetHeaderDword();
-        break;
-    case 19:
-        message.SetBodyLength(input.ConsumeIntegral<std::uint16_t>());
-        break;
-    case 20:
-        message.SetHeaderWord(input.ConsumeIntegral<std::uint16_t>());
-        message.SetHeaderDword(input.ConsumeIntegral<std::uint32_t>());
-        break;
-    case 21:
-        (void)message.ToString();
-        break;
-    case 22:
-    {
-        Serializable object;
-        message.Store(object);
-        CheckBodyLength(message);
-        break;
-    }
-    case 23:
-    {
-        Serializable object;
-        message.Load(object);
-        break;
-    }
-    case 24:
         if (pDatagram != nullptr)
-            pDatagram->SetHost(WideOf(input));
-        break;
-    case 25:
-        if (pDatagram != nullptr)
-            pDatagram->SetPort(input.ConsumeIntegral<std::uint16_t>());
-        break;
-    case 26:
-        if (pDatagram != nullptr)
-        {
-            (void)pDatagram->GetHost();
-            (void)pDatagram->GetPort();
-            (void)pDatagram->ToString();
-        }
-        break;
-    default:
-        if (pDatagram != nullptr)
-            pDatagram->SetSockAddr(input.ConsumeBool() ? pDatagram->GetSockAddr() : nullptr);
-        break;
+            kDatagramOperations[index - nMessageOperations](*pDatagram, input);
+        return;
     }
+    kMessageOperations[index].m_Run(message, input);
+    if (kMessageOperations[index].m_bWrites)
+        FUZZ_CHECK(message.GetBodyLength() == message.GetLength() - Message::MSG_HEADER_SIZE);
 }
 
 void CheckInvariant(const Message& message)
