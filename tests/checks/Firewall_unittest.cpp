@@ -11,8 +11,15 @@
 
 namespace
 {
-struct FakeFirewall
+struct FakePlatform : IFirewallPlatform
 {
+    HRESULT CoInitializeEx() override { return initResult; }
+    void CoUninitialize() override { ++uninits; }
+    std::unique_ptr<IFirewallProfileApi> OpenCurrentProfile() override;
+    tstring GetModuleFileName() override { return u"C:\\Games\\Dunmore\\Patcher\\FC.exe"; }
+
+    HRESULT initResult = S_OK;
+    int uninits = 0;
     bool hasProfile = true;
     std::map<tstring, bool> entries; // image path -> enabled
     bool exceptionsNotAllowed = false;
@@ -24,7 +31,7 @@ struct FakeFirewall
 class FakeProfile : public IFirewallProfileApi
 {
 public:
-    explicit FakeProfile(FakeFirewall& firewall) : m_Firewall(firewall) {}
+    explicit FakeProfile(FakePlatform& firewall) : m_Firewall(firewall) {}
     bool IsApplicationEnabled(const char16_t* imagePath) override { return m_Firewall.entries[imagePath]; }
     HRESULT AddApplication(const char16_t* imagePath, const char16_t* name) override
     {
@@ -38,22 +45,13 @@ public:
     }
 
 private:
-    FakeFirewall& m_Firewall;
+    FakePlatform& m_Firewall;
 };
 
-struct FakePlatform : IFirewallPlatform, FakeFirewall
+std::unique_ptr<IFirewallProfileApi> FakePlatform::OpenCurrentProfile()
 {
-    HRESULT CoInitializeEx() override { return initResult; }
-    void CoUninitialize() override { ++uninits; }
-    std::unique_ptr<IFirewallProfileApi> OpenCurrentProfile() override
-    {
-        return hasProfile ? std::make_unique<FakeProfile>(*this) : nullptr;
-    }
-    tstring GetModuleFileName() override { return u"C:\\Games\\Dunmore\\Patcher\\FC.exe"; }
-
-    HRESULT initResult = S_OK;
-    int uninits = 0;
-};
+    return hasProfile ? std::make_unique<FakeProfile>(*this) : nullptr;
+}
 
 bool g_xpSp2 = false;
 
@@ -126,7 +124,7 @@ TEST_F(FirewallTest, ReportTable)
     };
     for (const Row& row : rows)
     {
-        static_cast<FakeFirewall&>(m_Platform) = FakeFirewall{};
+        m_Platform = FakePlatform{};
         m_Platform.hasProfile = row.hasProfile;
         if (row.gameEntry >= 0)
             m_Platform.entries[kGamePath] = row.gameEntry == 1;
@@ -202,16 +200,5 @@ TEST(FirewallPaths, OwnAndGamePaths)
     EXPECT_EQ(GameImagePathFrom(u"C:\\Tools\\Inspector.exe"), u"c:\\tools\\inspector.exe");
     EXPECT_EQ(GameImagePathFrom(u"/opt/Dunmore/patcher/fc.exe"), u"\\opt\\dunmore\\game\\DunmoreNine.exe");
     EXPECT_EQ(OwnImagePathFrom(u"C:\\" + tstring(300, u'A')), u"c:\\" + tstring(257, u'a'));
-}
-
-TEST(FirewallPosix, NoFirewallHere)
-{
-    EXPECT_EQ(FirewallProfile::Create(), nullptr);
-    EXPECT_TRUE(IsFirewallOpenFor(u"c:\\x.exe"));
-    EXPECT_FALSE(AddFirewallException(u"c:\\x.exe", u"x"));
-    const tstring own = GetOwnImagePath();
-    ASSERT_FALSE(own.empty());
-    EXPECT_EQ(own.front(), u'\\');
-    EXPECT_EQ(own.find(u'/'), tstring::npos);
 }
 } // namespace

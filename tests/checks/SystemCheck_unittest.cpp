@@ -132,9 +132,8 @@ TEST_F(SystemCheckTest, VerdictsAndBoundaries)
     }
 }
 
-TEST(SystemProbeArithmetic, SaturatesAndWraps)
+TEST(SystemProbeArithmetic, CpuCountsWrap)
 {
-    EXPECT_EQ(BytesToReportMegabytes(0xFFFFFFFFull), 4194u);
     EXPECT_EQ(CpuMhzFromCounts(0xFFFFFFF0u, 0xFFFFFFF0u + 1000000000u), 2000u); // across the wrap
     EXPECT_EQ(CpuMhzFromCounts(0, 499999), 0u);
 }

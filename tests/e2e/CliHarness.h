@@ -47,10 +47,13 @@ inline void WriteFile(const std::string& path, const std::string& content)
     std::ofstream(path, std::ios::binary) << content;
 }
 
+/// What the network scenarios run with: the report and JSON to files, nothing live.
+const std::string kReportArgs = "--quiet --report report.html --json result.json";
+
 struct CliRun
 {
     int status = -1;
-    std::string report, err;
+    std::string out, report, err;
     nlohmann::json json;
 
     bool Has(const std::string& text) const { return report.find(text) != std::string::npos; }
@@ -94,22 +97,23 @@ protected:
     /// Runs the CLI from a script in the root folder. prelude runs first and
     /// must succeed; postlude runs after the CLI, which keeps its exit status.
     /// With bPrivateMounts the script's mounts vanish with it.
-    CliRun Run(const std::string& args = "", const std::string& prelude = "",
+    CliRun Run(const std::string& args = kReportArgs, const std::string& prelude = "",
                const std::string& postlude = "", bool bPrivateMounts = false)
     {
-        for (const char* old : {"/patcher/report.html", "/patcher/result.json", "/err.txt"})
+        for (const char* old : {"/patcher/report.html", "/patcher/result.json", "/out.txt", "/err.txt"})
             std::filesystem::remove(m_Root + old);
         const std::string script = m_Root + "/run.sh";
         WriteFile(script, "cd '" + m_Root + "' || exit 99\n" + prelude +
                               "\ncd patcher || exit 99\ntimeout -k 5 " + std::to_string(kRunLimitSeconds) +
-                              " '" RIG_CLI_PATH "' --quiet --report report.html --json result.json " + args +
-                              " > /dev/null 2> ../err.txt < /dev/null\nstatus=$?\ncd .. || exit 99\n" +
+                              " '" RIG_CLI_PATH "' " + args +
+                              " > ../out.txt 2> ../err.txt < /dev/null\nstatus=$?\ncd .. || exit 99\n" +
                               postlude + "\nexit $status\n");
         const int raw = std::system(
             ((bPrivateMounts ? "unshare --mount --propagation private sh '" : "sh '") + script + "'")
                 .c_str());
         CliRun run;
         run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+        run.out = ReadFile(m_Root + "/out.txt");
         run.report = ReadFile(m_Dir + "/report.html");
         run.err = ReadFile(m_Root + "/err.txt");
         const std::string json = ReadFile(m_Dir + "/result.json");

@@ -31,8 +31,6 @@ protected:
         EXPECT_TRUE(run.Has(e2e::kTcpConnected)) << run.report;
         EXPECT_FALSE(run.Has(e2e::kTcpIncomplete));
         EXPECT_TRUE(run.Has(e2e::kUdpAllAnswered));
-        EXPECT_EQ(run.json["checks"]["tcp"]["verdict"], "passed");
-        EXPECT_EQ(run.json["checks"]["udp"]["verdict"], "passed");
     }
 };
 
@@ -148,7 +146,7 @@ TEST_F(FaultsTest, OptionsFolderThatCannotTakeTheFileKeepsTheOldOne)
     for (const auto& c : cases)
     {
         SCOPED_TRACE(c.name);
-        const e2e::CliRun run = Run("--accept", c.prelude,
+        const e2e::CliRun run = Run(e2e::kReportArgs + " --accept", c.prelude,
                                     "cat game/option.ini > after.ini; ls -A game > listing.txt 2>/dev/null "
                                     "|| echo no folder > listing.txt",
                                     true);

@@ -2,9 +2,13 @@
 // Shared pieces of the GUI tests: a temporary game folder to run in, a toolkit
 // that records the programs it starts, and a script of user actions that runs
 // while the dialogs' own loops are turning.
+#include <QAbstractButton>
+#include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QString>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QTimer>
 #include <deque>
 #include <functional>
@@ -13,14 +17,25 @@
 
 #include "QtDialogWindow.h"
 #include "QtToolkit.h"
+#include "RigInspectorApp/Inspector.h"
+#include "RigInspectorApp/InspectorApp.h"
 
 /// game/ beside patcher/ in a temporary directory, patcher/ the working
 /// directory while it lives, with a patcher.exe that leaves a marker file.
 class TestGameFolder
 {
 public:
-    TestGameFolder();
-    ~TestGameFolder();
+    TestGameFolder() : m_PreviousDir(QDir::currentPath())
+    {
+        const QDir root(m_Dir.path());
+        QFile patcher(root.filePath(QStringLiteral("patcher/patcher.exe")));
+        m_bValid = m_Dir.isValid() && root.mkpath(QStringLiteral("game")) &&
+                   root.mkpath(QStringLiteral("patcher")) && patcher.open(QIODevice::WriteOnly) &&
+                   patcher.write("#!/bin/sh\necho started > patcher_ran\n") > 0 &&
+                   patcher.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner) &&
+                   QDir::setCurrent(root.filePath(QStringLiteral("patcher")));
+    }
+    ~TestGameFolder() { QDir::setCurrent(m_PreviousDir); }
     bool IsValid() const { return m_bValid; }
     QString OptionFile() const { return m_Dir.filePath(QStringLiteral("game/option.ini")); }
     QString PatcherMarker() const { return m_Dir.filePath(QStringLiteral("patcher/patcher_ran")); }
@@ -47,8 +62,16 @@ public:
 /// toolkit installed, with no patcher switch; made in init(), gone in cleanup().
 struct DialogFixture
 {
-    DialogFixture();
-    ~DialogFixture();
+    DialogFixture()
+    {
+        SetToolkit(&toolkit);
+        theApp.m_bRunPatcher = false;
+    }
+    ~DialogFixture()
+    {
+        g_inspector.m_pDlg = nullptr;
+        SetToolkit(nullptr);
+    }
     TestGameFolder folder;
     RecordingToolkit toolkit;
 };
@@ -60,15 +83,48 @@ struct DialogFixture
 class UiScript
 {
 public:
-    explicit UiScript(QtToolkit& toolkit, int nTimeLimitMs = 20000);
-    void Then(std::function<bool()> ready, std::function<void()> action);
+    explicit UiScript(QtToolkit& toolkit, int nTimeLimitMs = 20000)
+        : m_Toolkit(toolkit), m_nTimeLimitMs(nTimeLimitMs)
+    {
+        m_Clock.start();
+        QObject::connect(&m_Timer, &QTimer::timeout, [this] { Poll(); });
+        m_Timer.start(5);
+    }
+    void Then(std::function<bool()> ready, std::function<void()> action)
+    {
+        m_Steps.push_back(Step{std::move(ready), std::move(action)});
+    }
     /// Acts on the dialog made from nTemplateId once it runs modally and shows.
-    void WhenShown(int nTemplateId, std::function<void(QtDialogWindow*)> action);
+    void WhenShown(int nTemplateId, std::function<void(QtDialogWindow*)> action)
+    {
+        auto shown = [this, nTemplateId]
+        {
+            QtDialogWindow* pWindow = m_Toolkit.GetActiveDialog();
+            return pWindow && pWindow->isVisible() && !pWindow->IsEnded() &&
+                   pWindow->GetTemplateId() == nTemplateId;
+        };
+        Then(shown, [this, action = std::move(action)] { action(m_Toolkit.GetActiveDialog()); });
+    }
     /// Every action ran in time.
     bool Succeeded() const { return m_Steps.empty() && !m_bTimedOut; }
 
 private:
-    void Poll();
+    void Poll()
+    {
+        if (m_Clock.elapsed() > m_nTimeLimitMs)
+        {
+            m_bTimedOut = true;
+            m_Timer.stop();
+            m_Toolkit.PostQuitMessage(0);
+            return;
+        }
+        if (m_Steps.empty() || !m_Steps.front().ready())
+            return;
+        // The action may open a modal dialog and not return for a while; run it
+        // from a call of its own so this timer keeps polling meanwhile.
+        QTimer::singleShot(0, std::move(m_Steps.front().action));
+        m_Steps.pop_front();
+    }
 
     struct Step
     {
@@ -83,7 +139,8 @@ private:
     bool m_bTimedOut = false;
 };
 
-/// A click queued as the user's would be: delivered by the next pump.
-void QueueClick(QAbstractButton* pButton);
 /// A click now, through the mouse events a user's click makes.
-void Click(QAbstractButton* pButton);
+inline void Click(QAbstractButton* pButton)
+{
+    QTest::mouseClick(pButton, Qt::LeftButton);
+}

@@ -86,7 +86,6 @@ private slots:
         QTest::addColumn<bool>("bRunPatcher");
         QTest::addColumn<QString>("expected"); // char_lod, shadow, audience, event_screen
         QTest::newRow("high tier, patcher") << kHigh << QList<int>{} << true << "1111";
-        QTest::newRow("middle tier") << kMiddle << QList<int>{} << false << "1110";
         QTest::newRow("low tier, user raises P.I.P") << kLow << QList<int>{1007} << false << "0001";
         QTest::newRow("middle tier, user lowers Character") << kMiddle << QList<int>{1002} << false << "0110";
     }
@@ -119,7 +118,6 @@ private slots:
         QTest::addColumn<int>("way");
         QTest::addColumn<bool>("bRunPatcher");
         QTest::newRow("Cancel, patcher") << 0 << true;
-        QTest::newRow("Cancel") << 0 << false;
         QTest::newRow("Esc") << 1 << false;
         QTest::newRow("close box") << 2 << false;
     }

@@ -1,7 +1,6 @@
 // The Qt toolkit layer on its own: dialog units, the windows built from the
-// templates, the routing of clicks, keys, closes and timers, the quit message,
-// the report view and the icon.
-#include <QApplication>
+// templates, the routing of clicks, keys, closes and timers, the quit message
+// and the report view.
 #include <QFontInfo>
 #include <QGroupBox>
 #include <QPushButton>
@@ -11,7 +10,6 @@
 #include <QWindow>
 #include <functional>
 
-#include "AppIcon.h"
 #include "MinimisedIcon.h"
 #include "QtDialogWindow.h"
 #include "QtReportView.h"
@@ -206,14 +204,6 @@ private slots:
         QCOMPARE(pBar->value(), pBar->maximum());
         QVERIFY(load(doc + u"<br>one more"));
         QCOMPARE(pBar->value(), pBar->maximum());
-    }
-
-    void iconHasTheThreeSizes()
-    {
-        const QList<QSize> sizes = MakeAppIcon().availableSizes();
-        for (int n : {48, 32, 24})
-            QVERIFY(sizes.contains(QSize(n, n)));
-        QCOMPARE(QApplication::windowIcon().availableSizes().size(), 3);
     }
 
 private:
