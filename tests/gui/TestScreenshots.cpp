@@ -4,7 +4,6 @@
 // tree (screenshots/), replaced at every run.
 #include <QDir>
 #include <QImage>
-#include <QProcess>
 #include <QTest>
 #include <memory>
 
@@ -12,6 +11,7 @@
 #include "RigInspectorApp/GraphicConfigDlg.h"
 #include "RigInspectorApp/InspectorApp.h"
 #include "RigInspectorApp/InspectorDlg.h"
+#include "tests/server/ServerProcess.h"
 
 class TestScreenshots : public QObject
 {
@@ -45,13 +45,8 @@ private slots:
     {
         // The reference server on its default ports (this test runs in a
         // network namespace of its own), so the network checks report a real exchange.
-        QProcess server;
-        server.start(QStringLiteral(RIG_TEST_SERVER), {});
-        QVERIFY(server.waitForStarted(5000));
-        QVERIFY(QTest::qWaitFor(
-            [&] { return server.canReadLine() || (server.waitForReadyRead(100) && server.canReadLine()); },
-            10000));
-        QVERIFY(server.readLine().contains("listening"));
+        ServerProcess server({});
+        QVERIFY(server.WaitUntilReady());
 
         CInspectorDlg dlg; // this build's checks
         UiScript script(m_pF->toolkit, 120000);
@@ -60,8 +55,6 @@ private slots:
         QCOMPARE(dlg.DoModal(), IDCANCEL);
         QVERIFY(script.Succeeded());
         QVERIFY2(m_Error.isEmpty(), qPrintable(m_Error));
-        server.terminate();
-        QVERIFY(server.waitForFinished(5000));
     }
 
     void graphicDialogAtEachTier_data()
