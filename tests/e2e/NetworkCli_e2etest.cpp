@@ -56,10 +56,21 @@ const Scenario kScenarios[] = {
      0,
      0.01,
      {{"/checks/tcp/upload_completed", true}}},
-    // Timed out mid-phase, measured over what went out: not a failed send. The
-    // last blocks fit in the client's send buffer, so every send succeeds; they
-    // never reach the server, and an upload is complete only once they have.
+    // Timed out in the middle of a block, measured over what went out: not a
+    // failed send.
     {"ServerThatStopsReading",
+     {"--stop-reading-after", "65536"},
+     false,
+     true,
+     {e2e::kTcpConnected, kTcpIncomplete + kTcpFailedStart},
+     {},
+     0.01,
+     0,
+     {{"/checks/tcp/upload_completed", false}}},
+    // The last blocks fit in the client's send buffer, so every send succeeds;
+    // they never reach the server, and an upload is complete only once they
+    // have.
+    {"UploadStuckInTheSendBuffer",
      {"--stop-reading-after", std::to_string(524288 - 8192)},
      false,
      true,
