@@ -34,8 +34,7 @@ int main(int argc, char* argv[])
 {
     const tstring commandLine = CommandLineText(argc, argv);
     QApplication application(argc, argv);
-    QApplication::setOrganizationName(QStringLiteral("로컬 응용 프로그램 마법사에서 생성한 응용 프로그램"));
-    QApplication::setQuitOnLastWindowClosed(false);
+    QtToolkit::ConfigureApplication();
 
     QtToolkit toolkit;
     bool bShown = false;

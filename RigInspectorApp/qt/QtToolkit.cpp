@@ -9,6 +9,15 @@
 #include "share/common/Assert.h"
 #include "share/common/Clock.h"
 
+void QtToolkit::ConfigureApplication()
+{
+    QApplication::setOrganizationName(QStringLiteral("로컬 응용 프로그램 마법사에서 생성한 응용 프로그램"));
+    // The dialogs end the application through the quit message, never
+    // because a window closed (the main dialog hides before "Next" opens
+    // the graphic configuration).
+    QApplication::setQuitOnLastWindowClosed(false);
+}
+
 QtToolkit::QtToolkit()
 {
     // WM_SETICON with the big and the small icon: one multi-size icon for

@@ -11,6 +11,10 @@ class QtDialogWindow;
 class QtToolkit : public UiToolkit
 {
 public:
+    /// The application-wide settings rig_inspector starts with; call once
+    /// the QApplication exists, before the first dialog.
+    static void ConfigureApplication();
+
     /// Needs a QApplication; sets the application icon for every window.
     QtToolkit();
 

@@ -25,11 +25,7 @@ int main(int argc, char* argv[])
     const tstring commandLine = CommandLineText(argc, argv);
 
     QApplication application(argc, argv);
-    QApplication::setOrganizationName(QStringLiteral("로컬 응용 프로그램 마법사에서 생성한 응용 프로그램"));
-    // The dialogs end the application through the quit message, never
-    // because a window closed (the main dialog hides before "Next" opens
-    // the graphic configuration).
-    QApplication::setQuitOnLastWindowClosed(false);
+    QtToolkit::ConfigureApplication();
 
     QtToolkit toolkit;
     SetToolkit(&toolkit);
