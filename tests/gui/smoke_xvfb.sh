@@ -61,10 +61,9 @@ same_twice() {
         cmp -s "$WORK/a.xwd" "$WORK/b.xwd"
 }
 wait_for 50 same_twice || { echo "window kept changing"; exit 1; }
+# Kept as X's own dump: a PNG conversion would need a tool the set-up does
+# not install (the offscreen PNGs come from Qt's grab in TestScreenshots).
 cp "$WORK/b.xwd" "$OUT/inspector_dialog_xvfb.xwd"
-if command -v convert >/dev/null 2>&1; then
-    convert "xwd:$OUT/inspector_dialog_xvfb.xwd" "$OUT/inspector_dialog_xvfb.png"
-fi
 
 # Leave through "Cancel": a click at the centre of the button (183,268
 # 29x16 dialog units; with Liberation Sans 9pt at 96 dpi a unit is 7/4 by 14/8
