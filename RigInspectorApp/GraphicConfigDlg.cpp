@@ -37,14 +37,14 @@ CGraphicConfigDlg::CGraphicConfigDlg(ProfileWriter writer)
 
 bool CGraphicConfigDlg::OnInitDialog()
 {
-    m_pCharHigh = GetDlgItem(1001);
-    m_pCharLow = GetDlgItem(1002);
-    m_pShadowHigh = GetDlgItem(1003);
-    m_pShadowLow = GetDlgItem(1004);
-    m_pSpectatorsHigh = GetDlgItem(1005);
-    m_pSpectatorsLow = GetDlgItem(1006);
-    m_pPipHigh = GetDlgItem(1007);
-    m_pPipLow = GetDlgItem(1008);
+    m_pCharHigh = GetDlgItem(IDC_CHAR_HIGH);
+    m_pCharLow = GetDlgItem(IDC_CHAR_LOW);
+    m_pShadowHigh = GetDlgItem(IDC_SHADOW_HIGH);
+    m_pShadowLow = GetDlgItem(IDC_SHADOW_LOW);
+    m_pSpectatorsHigh = GetDlgItem(IDC_SPECTATORS_HIGH);
+    m_pSpectatorsLow = GetDlgItem(IDC_SPECTATORS_LOW);
+    m_pPipHigh = GetDlgItem(IDC_PIP_HIGH);
+    m_pPipLow = GetDlgItem(IDC_PIP_LOW);
     Recommend();
     return true;
 }

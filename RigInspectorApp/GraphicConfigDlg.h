@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "DialogIds.h"
 #include "IniFile.h"
 #include "UiToolkit.h"
 #include "share/common/TString.h"
@@ -44,8 +45,8 @@ using ProfileWriter = std::function<bool(const tstring& section, const tstring& 
 class CGraphicConfigDlg : public CDialogLogic
 {
 public:
-    static constexpr int kTemplateId = 130;
-    static constexpr int kRecommendButtonId = 3;
+    static constexpr int kTemplateId = IDD_GRAPHIC_CONFIG_DIALOG;
+    static constexpr int kRecommendButtonId = IDC_RECOMMEND;
     static constexpr char kPatcherCommand[] = "./patcher.exe";
     static constexpr int kShowMode = 5; // SW_SHOW
 

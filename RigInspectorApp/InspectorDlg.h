@@ -5,6 +5,7 @@
 #include <functional>
 #include <vector>
 
+#include "DialogIds.h"
 #include "Inspector.h"
 #include "UiToolkit.h"
 #include "share/common/Format.h"
@@ -36,9 +37,9 @@ inline constexpr char16_t kNetworkNotice[] =
 class CInspectorDlg : public CDialogLogic, public IReportSink
 {
 public:
-    static constexpr int kTemplateId = 102;
-    static constexpr int kReportViewId = 1000;
-    static constexpr int kFirewallOffButtonId = 3;
+    static constexpr int kTemplateId = IDD_INSPECTOR_DIALOG;
+    static constexpr int kReportViewId = IDC_EXPLORER;
+    static constexpr int kFirewallOffButtonId = IDC_FIREWALL_OFF;
     static constexpr unsigned kSequenceTimerId = 1;
     static constexpr std::uint32_t kStepPauseMs = 100;
     static constexpr std::uint32_t kLoopSleepMs = 10;

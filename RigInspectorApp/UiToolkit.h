@@ -10,9 +10,12 @@
 
 #include "share/common/TString.h"
 
-// Dialog results and the standard button ids.
+// Dialog results and the standard button ids. The Win32 front end sees
+// <windows.h>'s macros of the same values instead.
+#ifndef IDOK
 constexpr int IDOK = 1;
 constexpr int IDCANCEL = 2;
+#endif
 
 /// A button or radio button of a dialog, found by its control id.
 class IControl

@@ -5,7 +5,7 @@
 #include <map>
 #include <memory>
 
-#include "DialogTemplate.h"
+#include "RigInspectorApp/DialogTemplate.h"
 #include "DialogUnits.h"
 #include "RigInspectorApp/UiToolkit.h"
 

@@ -3,7 +3,7 @@
 #include <QApplication>
 
 #include "AppIcon.h"
-#include "DialogTemplate.h"
+#include "RigInspectorApp/DialogTemplate.h"
 #include "QtDialogWindow.h"
 #include "RigInspectorApp/ProcessLauncher.h"
 #include "share/common/Assert.h"

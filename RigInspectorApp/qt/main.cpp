@@ -10,8 +10,8 @@
 //   and Qt routes no Help command by default, so there is nothing to route.
 // - The icon painted into the minimised window and the drag icon
 //   (WM_PAINT while iconic, WM_QUERYDRAGICON): the window manager draws
-//   minimised windows from the window icon here. The centring formula stays in
-//   MinimisedIcon.h for a Win32 layer.
+//   minimised windows from the window icon here. The centring formula, which the
+//   Win32 front end uses, is in RigInspectorApp/MinimisedIcon.h.
 #include <QApplication>
 
 #include "QtToolkit.h"

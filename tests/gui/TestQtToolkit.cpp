@@ -10,7 +10,7 @@
 #include <QWindow>
 #include <functional>
 
-#include "MinimisedIcon.h"
+#include "RigInspectorApp/MinimisedIcon.h"
 #include "QtDialogWindow.h"
 #include "QtReportView.h"
 #include "QtToolkit.h"

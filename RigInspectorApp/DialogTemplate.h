@@ -4,6 +4,8 @@
 // Positions and sizes are dialog units, as in the resource script.
 #include <span>
 
+#include "DialogIds.h"
+
 /// One control of a dialog template.
 struct DialogControlTemplate
 {
@@ -18,7 +20,7 @@ struct DialogControlTemplate
     };
 
     Kind kind;
-    int nId; // -1 for the controls the logic never looks up (IDC_STATIC)
+    int nId; // IDC_STATIC for the controls the logic never looks up
     const char16_t* text;
     int x, y, cx, cy;
     /// WS_GROUP: the radio button starts a new exclusive group.
@@ -36,9 +38,6 @@ struct DialogTemplate
     bool bCloseBox;
     std::span<const DialogControlTemplate> controls;
 };
-
-constexpr int IDD_INSPECTOR_DIALOG = 102;
-constexpr int IDD_GRAPHIC_CONFIG_DIALOG = 130;
 
 /// The template with that resource id, or null.
 const DialogTemplate* FindDialogTemplate(int nTemplateId);
