@@ -3,7 +3,8 @@
 # Builds one test executable and registers it with CTest. NETNS runs it in a
 # private network namespace with only loopback up, so tests that bind fixed
 # ports (20000, 9998, 9999) never collide with each other under parallel CTest
-# or with a server already running on the machine.
+# or with a server already running on the machine. In the Windows build the
+# test runs under Wine (the build's emulator) and needs the wine fixture.
 set(RIG_NETNS_RUN ${CMAKE_CURRENT_LIST_DIR}/../tests/netns_run.sh CACHE INTERNAL "")
 
 function(rig_add_test name)
@@ -14,7 +15,9 @@ function(rig_add_test name)
         find_package(GTest REQUIRED)
         target_link_libraries(${name} PRIVATE GTest::gtest GTest::gtest_main GTest::gmock)
     endif()
-    if(T_NETNS)
+    if(T_NETNS AND WIN32)
+        add_test(NAME ${name} COMMAND ${RIG_WINE_NETNS_RUN} ${RIG_WINEPREFIX} $<TARGET_FILE:${name}>)
+    elseif(T_NETNS)
         add_test(NAME ${name} COMMAND ${RIG_NETNS_RUN} $<TARGET_FILE:${name}>)
     else()
         add_test(NAME ${name} COMMAND ${name})
@@ -24,6 +27,9 @@ function(rig_add_test name)
     endif()
     set_tests_properties(${name} PROPERTIES LABELS "${T_LABELS}" TIMEOUT ${T_TIMEOUT}
         WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
+    if(WIN32)
+        set_tests_properties(${name} PROPERTIES FIXTURES_REQUIRED wine)
+    endif()
     if(T_ENV)
         set_tests_properties(${name} PROPERTIES ENVIRONMENT "${T_ENV}")
     endif()
