@@ -1,0 +1,357 @@
+#include "Win32Dialog.h"
+
+#include <mmsystem.h>
+
+#include "RigInspectorApp/MinimisedIcon.h"
+#include "Win32ReportView.h"
+#include "share/common/Assert.h"
+
+namespace
+{
+constexpr WORD kButtonClass = 0x0080;
+constexpr WORD kStaticClass = 0x0082;
+
+class TemplateWriter
+{
+public:
+    void Word(WORD value) { m_Words.push_back(value); }
+    void DWord(DWORD value)
+    {
+        Word(LOWORD(value));
+        Word(HIWORD(value));
+    }
+    void Text(const char16_t* text)
+    {
+        for (; *text != 0; ++text)
+            Word(*text);
+        Word(0);
+    }
+    void AlignDWord()
+    {
+        if (m_Words.size() % 2 != 0)
+            Word(0);
+    }
+    std::vector<WORD> Take() { return std::move(m_Words); }
+
+private:
+    std::vector<WORD> m_Words;
+};
+
+DWORD ControlStyle(const DialogControlTemplate& control, WORD& windowClass)
+{
+    using Kind = DialogControlTemplate::Kind;
+    windowClass = kButtonClass;
+    const DWORD base = WS_CHILD | WS_VISIBLE;
+    switch (control.kind)
+    {
+    case Kind::PushButton:
+        return base | WS_TABSTOP | BS_PUSHBUTTON;
+    case Kind::DefPushButton:
+        return base | WS_TABSTOP | BS_DEFPUSHBUTTON;
+    case Kind::AutoRadioButton:
+        // The first button of each pair starts a group, so each High/Low pair
+        // is a two-way choice of its own.
+        return base | BS_AUTORADIOBUTTON | (control.bGroup ? WS_GROUP | WS_TABSTOP : 0);
+    case Kind::GroupBox:
+        return base | BS_GROUPBOX;
+    case Kind::StaticText:
+        windowClass = kStaticClass;
+        return base | WS_GROUP | SS_LEFT;
+    case Kind::ReportView:
+        break;
+    }
+    return 0;
+}
+} // namespace
+
+std::vector<WORD> BuildDialogTemplate(const DialogTemplate& t)
+{
+    const bool bMain = !t.bCloseBox;
+    DWORD style = WS_POPUP | WS_CAPTION | DS_MODALFRAME | DS_SHELLFONT | DS_CENTER;
+    if (t.bCloseBox)
+        style |= WS_SYSMENU;
+    if (bMain)
+        style |= WS_VISIBLE;
+
+    WORD nItems = 0;
+    for (const DialogControlTemplate& control : t.controls)
+        nItems += control.kind == DialogControlTemplate::Kind::ReportView ? 0 : 1;
+
+    TemplateWriter w;
+    w.Word(1);      // dlgVer
+    w.Word(0xFFFF); // signature: DLGTEMPLATEEX
+    w.DWord(0);     // helpID
+    w.DWord(bMain ? WS_EX_APPWINDOW : 0);
+    w.DWord(style);
+    w.Word(nItems);
+    w.Word(0);
+    w.Word(0);
+    w.Word(static_cast<WORD>(t.cx));
+    w.Word(static_cast<WORD>(t.cy));
+    w.Word(0); // no menu
+    w.Word(0); // the dialog class
+    w.Text(t.caption);
+    w.Word(static_cast<WORD>(t.nFontPointSize));
+    w.Word(FW_NORMAL);
+    w.Word(MAKEWORD(FALSE, DEFAULT_CHARSET)); // italic, charset
+    w.Text(u"MS Shell Dlg");
+
+    for (const DialogControlTemplate& control : t.controls)
+    {
+        if (control.kind == DialogControlTemplate::Kind::ReportView)
+            continue;
+        WORD windowClass = 0;
+        const DWORD controlStyle = ControlStyle(control, windowClass);
+        w.AlignDWord();
+        w.DWord(0); // helpID
+        w.DWord(0); // exStyle
+        w.DWord(controlStyle);
+        w.Word(static_cast<WORD>(control.x));
+        w.Word(static_cast<WORD>(control.y));
+        w.Word(static_cast<WORD>(control.cx));
+        w.Word(static_cast<WORD>(control.cy));
+        w.DWord(static_cast<DWORD>(control.nId));
+        w.Word(0xFFFF);
+        w.Word(windowClass);
+        w.Text(control.text);
+        w.Word(0); // no creation data
+    }
+    return w.Take();
+}
+
+void Win32Control::EnableWindow(bool bEnable)
+{
+    ::EnableWindow(m_hWnd, bEnable ? TRUE : FALSE);
+}
+
+bool Win32Control::IsWindowEnabled() const
+{
+    return ::IsWindowEnabled(m_hWnd) != FALSE;
+}
+
+void Win32Control::SetCheck(int nCheck)
+{
+    ::SendMessageW(m_hWnd, BM_SETCHECK, static_cast<WPARAM>(nCheck), 0);
+}
+
+int Win32Control::GetCheck() const
+{
+    return static_cast<int>(::SendMessageW(m_hWnd, BM_GETCHECK, 0, 0));
+}
+
+Win32DialogWindow::Win32DialogWindow(CDialogLogic& logic, const DialogTemplate& dialogTemplate, HICON hIcon)
+    : m_Logic(logic), m_Template(dialogTemplate), m_hIcon(hIcon)
+{
+}
+
+Win32DialogWindow::~Win32DialogWindow()
+{
+    if (m_hWnd != nullptr)
+        ::DestroyWindow(m_hWnd);
+}
+
+bool Win32DialogWindow::Create(HINSTANCE hInstance)
+{
+    const std::vector<WORD> bytes = BuildDialogTemplate(m_Template);
+    const HWND hWnd = ::CreateDialogIndirectParamW(hInstance, reinterpret_cast<LPCDLGTEMPLATEW>(bytes.data()),
+                                                   nullptr, &DialogProc, reinterpret_cast<LPARAM>(this));
+    return hWnd != nullptr;
+}
+
+INT_PTR CALLBACK Win32DialogWindow::DialogProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam)
+{
+    auto* pThis = reinterpret_cast<Win32DialogWindow*>(::GetWindowLongPtrW(hWnd, DWLP_USER));
+    if (message == WM_INITDIALOG)
+    {
+        pThis = reinterpret_cast<Win32DialogWindow*>(lParam);
+        ::SetWindowLongPtrW(hWnd, DWLP_USER, lParam);
+        pThis->m_hWnd = hWnd;
+    }
+    return pThis != nullptr ? pThis->OnMessage(message, wParam, lParam) : FALSE;
+}
+
+INT_PTR Win32DialogWindow::OnMessage(UINT message, WPARAM wParam, LPARAM lParam)
+{
+    switch (message)
+    {
+    case WM_INITDIALOG:
+        OnInitDialog();
+        return TRUE; // focus left to the system
+    case WM_COMMAND:
+        // Clicks queued before the dialog ended would reach a logic that has
+        // already left; the hidden window takes no more commands. The close
+        // box and Esc arrive here as IDCANCEL, through the dialog manager.
+        if (HIWORD(wParam) == BN_CLICKED && !m_bEnded)
+            m_Logic.OnCommand(LOWORD(wParam));
+        return TRUE;
+    case WM_TIMER:
+        m_Logic.OnTimer(static_cast<unsigned>(wParam));
+        return TRUE;
+    case WM_NOTIFY:
+        if (m_pReportView && m_pReportView->OnNotify(reinterpret_cast<const NMHDR*>(lParam)))
+            return TRUE;
+        return FALSE;
+    case WM_PAINT:
+        return PaintMinimised() ? TRUE : FALSE;
+    case WM_QUERYDRAGICON:
+        return reinterpret_cast<INT_PTR>(m_hIcon);
+    case WM_DESTROY:
+        m_pReportView.reset();
+        return FALSE;
+    default:
+        return FALSE;
+    }
+}
+
+void Win32DialogWindow::OnInitDialog()
+{
+    if (m_hIcon != nullptr)
+    {
+        ::SendMessageW(m_hWnd, WM_SETICON, ICON_BIG, reinterpret_cast<LPARAM>(m_hIcon));
+        ::SendMessageW(m_hWnd, WM_SETICON, ICON_SMALL, reinterpret_cast<LPARAM>(m_hIcon));
+    }
+    for (const DialogControlTemplate& control : m_Template.controls)
+    {
+        if (control.kind == DialogControlTemplate::Kind::ReportView)
+        {
+            RECT rect{control.x, control.y, control.x + control.cx, control.y + control.cy};
+            ::MapDialogRect(m_hWnd, &rect);
+            m_pReportView = CreateReportView(m_hWnd, control.nId, rect);
+        }
+        else if (control.nId != IDC_STATIC)
+        {
+            if (const HWND hControl = ::GetDlgItem(m_hWnd, control.nId))
+                m_Controls[control.nId] = std::make_unique<Win32Control>(hControl);
+        }
+    }
+    m_Logic.Attach(this);
+    m_Logic.OnInitDialog();
+}
+
+bool Win32DialogWindow::PaintMinimised()
+{
+    if (!::IsIconic(m_hWnd) || m_hIcon == nullptr)
+        return false;
+    PAINTSTRUCT ps;
+    const HDC hdc = ::BeginPaint(m_hWnd, &ps);
+    ::SendMessageW(m_hWnd, WM_ICONERASEBKGND, reinterpret_cast<WPARAM>(hdc), 0);
+    RECT client;
+    ::GetClientRect(m_hWnd, &client);
+    const IconOrigin origin =
+        MinimisedIconOrigin(client.right - client.left, client.bottom - client.top,
+                            ::GetSystemMetrics(SM_CXICON), ::GetSystemMetrics(SM_CYICON));
+    ::DrawIcon(hdc, origin.x, origin.y, m_hIcon);
+    ::EndPaint(m_hWnd, &ps);
+    return true;
+}
+
+IControl* Win32DialogWindow::GetDlgItem(int nId)
+{
+    const auto it = m_Controls.find(nId);
+    return it == m_Controls.end() ? nullptr : it->second.get();
+}
+
+IReportView* Win32DialogWindow::GetReportView()
+{
+    return m_pReportView.get();
+}
+
+void Win32DialogWindow::ShowWindow()
+{
+    ::ShowWindow(m_hWnd, SW_SHOW);
+}
+
+void Win32DialogWindow::EndDialog(int nResult)
+{
+    // Like EndDialog: hide now, leave the modal loop when control returns to
+    // it; the window and its buttons stay readable until RunModal returns.
+    m_bEnded = true;
+    m_nResult = nResult;
+    ::ShowWindow(m_hWnd, SW_HIDE);
+}
+
+void Win32DialogWindow::SetTimer(unsigned nIdEvent, unsigned nElapse)
+{
+    ::SetTimer(m_hWnd, nIdEvent, nElapse, nullptr);
+}
+
+void Win32DialogWindow::KillTimer(unsigned nIdEvent)
+{
+    ::KillTimer(m_hWnd, nIdEvent);
+}
+
+int Win32Toolkit::RunModal(CDialogLogic& dlg)
+{
+    const DialogTemplate* pTemplate = FindDialogTemplate(dlg.GetTemplateId());
+    ZUL_ASSERT(pTemplate != nullptr);
+    Win32DialogWindow window(dlg, *pTemplate, m_hIcon);
+    m_ModalStack.push_back(&window);
+    int nResult = -1;
+    if (window.Create(m_hInstance))
+    {
+        if (!window.IsEnded() && !::IsWindowVisible(window.GetHwnd()))
+            ::ShowWindow(window.GetHwnd(), SW_SHOWNORMAL);
+        MSG msg;
+        while (!window.IsEnded())
+        {
+            // A modal loop that takes the quit message leaves it for the
+            // loops around it and ends with -1.
+            if (::GetMessageW(&msg, nullptr, 0, 0) <= 0)
+            {
+                ::PostQuitMessage(static_cast<int>(msg.wParam));
+                break;
+            }
+            DispatchDialogMessage(msg);
+        }
+        if (window.IsEnded())
+            nResult = window.GetResult();
+    }
+    dlg.Attach(nullptr);
+    m_ModalStack.pop_back();
+    return nResult;
+}
+
+bool Win32Toolkit::PumpWaitingMessages()
+{
+    MSG msg;
+    while (::PeekMessageW(&msg, nullptr, 0, 0, PM_NOREMOVE))
+    {
+        if (::GetMessageW(&msg, nullptr, 0, 0) <= 0)
+            return false;
+        DispatchDialogMessage(msg);
+    }
+    return true;
+}
+
+void Win32Toolkit::DispatchDialogMessage(MSG& msg)
+{
+    const HWND hRoot = msg.hwnd != nullptr ? ::GetAncestor(msg.hwnd, GA_ROOT) : nullptr;
+    for (const Win32DialogWindow* pWindow : m_ModalStack)
+    {
+        if (pWindow->GetHwnd() == hRoot && !pWindow->IsEnded() && ::IsDialogMessageW(hRoot, &msg))
+            return;
+    }
+    ::TranslateMessage(&msg);
+    ::DispatchMessageW(&msg);
+}
+
+void Win32Toolkit::PostQuitMessage(int nExitCode)
+{
+    m_nExitCode = nExitCode;
+    ::PostQuitMessage(nExitCode);
+}
+
+std::uint32_t Win32Toolkit::TimeGetTime()
+{
+    return ::timeGetTime();
+}
+
+void Win32Toolkit::Sleep(std::uint32_t nMilliseconds)
+{
+    ::Sleep(nMilliseconds);
+}
+
+bool Win32Toolkit::StartProcess(const std::string& commandLine, int nShowMode)
+{
+    return ::WinExec(commandLine.c_str(), static_cast<UINT>(nShowMode)) > 31;
+}

@@ -1,0 +1,97 @@
+#pragma once
+// The Win32 dialog engine: builds a dialog from the shared template table in
+// memory, wraps its buttons for the logic, routes clicks and timers to the
+// logic, and runs the modal loop and the message pump the logic relies on.
+// Both dialogs go through the same code; nothing here knows either of them.
+#include <windows.h>
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "RigInspectorApp/DialogTemplate.h"
+#include "RigInspectorApp/UiToolkit.h"
+
+class Win32ReportView;
+
+/// The in-memory DLGTEMPLATEEX of a template: "MS Shell Dlg" at the table's
+/// point size, every control but the report view (created at WM_INITDIALOG,
+/// as it is not a window class the dialog manager knows). The main dialog
+/// (no close box) is centred and visible at creation with a taskbar button.
+std::vector<WORD> BuildDialogTemplate(const DialogTemplate& dialogTemplate);
+
+/// A button or radio button behind the logic's IControl.
+class Win32Control : public IControl
+{
+public:
+    explicit Win32Control(HWND hWnd) : m_hWnd(hWnd) {}
+    void EnableWindow(bool bEnable) override;
+    bool IsWindowEnabled() const override;
+    void SetCheck(int nCheck) override;
+    int GetCheck() const override;
+
+private:
+    HWND m_hWnd;
+};
+
+class Win32DialogWindow : public IDialogWindow
+{
+public:
+    Win32DialogWindow(CDialogLogic& logic, const DialogTemplate& dialogTemplate, HICON hIcon);
+    ~Win32DialogWindow() override;
+
+    /// Creates the (modeless) window; WM_INITDIALOG runs the logic's
+    /// OnInitDialog before this returns. False when the window could not be made.
+    bool Create(HINSTANCE hInstance);
+    HWND GetHwnd() const { return m_hWnd; }
+    bool IsEnded() const { return m_bEnded; }
+    int GetResult() const { return m_nResult; }
+
+    IControl* GetDlgItem(int nId) override;
+    IReportView* GetReportView() override;
+    void ShowWindow() override;
+    void EndDialog(int nResult) override;
+    void SetTimer(unsigned nIdEvent, unsigned nElapse) override;
+    void KillTimer(unsigned nIdEvent) override;
+
+private:
+    static INT_PTR CALLBACK DialogProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam);
+    INT_PTR OnMessage(UINT message, WPARAM wParam, LPARAM lParam);
+    void OnInitDialog();
+    bool PaintMinimised();
+
+    CDialogLogic& m_Logic;
+    const DialogTemplate& m_Template;
+    HICON m_hIcon;
+    HWND m_hWnd = nullptr;
+    std::map<int, std::unique_ptr<Win32Control>> m_Controls;
+    std::unique_ptr<Win32ReportView> m_pReportView;
+    bool m_bEnded = false;
+    int m_nResult = 0;
+};
+
+/// The toolkit of the Win32 front end: the thread's own message queue.
+class Win32Toolkit : public UiToolkit
+{
+public:
+    Win32Toolkit(HINSTANCE hInstance, HICON hIcon) : m_hInstance(hInstance), m_hIcon(hIcon) {}
+
+    int RunModal(CDialogLogic& dlg) override;
+    bool PumpWaitingMessages() override;
+    void PostQuitMessage(int nExitCode) override;
+    std::uint32_t TimeGetTime() override;
+    void Sleep(std::uint32_t nMilliseconds) override;
+    bool StartProcess(const std::string& commandLine, int nShowMode) override;
+
+    int GetExitCode() const { return m_nExitCode; }
+
+private:
+    /// Hands a message to its dialog's keyboard handling (Tab, Enter, Esc)
+    /// when it belongs to one of the running dialogs, else dispatches it.
+    void DispatchDialogMessage(MSG& msg);
+
+    HINSTANCE m_hInstance;
+    HICON m_hIcon;
+    std::vector<Win32DialogWindow*> m_ModalStack;
+    int m_nExitCode = 0;
+};

@@ -1,0 +1,367 @@
+#include "Win32ReportView.h"
+
+#include <exdisp.h>
+#include <mshtml.h>
+#include <ole2.h>
+#include <richedit.h>
+#include <shellapi.h>
+
+#include <cstring>
+#include <string>
+
+#include "RigInspectorApp/ReportRtf.h"
+
+namespace
+{
+/// Releases a COM interface at the end of a scope.
+template <class T> class ComPtr
+{
+public:
+    ComPtr() = default;
+    ComPtr(const ComPtr&) = delete;
+    ComPtr& operator=(const ComPtr&) = delete;
+    ~ComPtr()
+    {
+        if (m_p != nullptr)
+            m_p->Release();
+    }
+    T* operator->() const { return m_p; }
+    T* Get() const { return m_p; }
+    T** Out() { return &m_p; }
+    void** OutVoid() { return reinterpret_cast<void**>(&m_p); }
+
+private:
+    T* m_p = nullptr;
+};
+
+// The WebBrowser control's container: the smallest site an in-place active
+// control needs (a window to live in, its position, a frame that accepts
+// everything and offers no menus, tool space or accelerators).
+class BrowserSite final : public IOleClientSite, public IOleInPlaceSite, public IOleInPlaceFrame
+{
+public:
+    BrowserSite(HWND hHost, const RECT& rect) : m_hHost(hHost), m_Rect(rect) {}
+    BrowserSite(const BrowserSite&) = delete;
+    BrowserSite& operator=(const BrowserSite&) = delete;
+    virtual ~BrowserSite() = default;
+
+    // IUnknown. The view owns the site and outlives the control's references.
+    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override
+    {
+        if (ppv == nullptr)
+            return E_POINTER;
+        if (riid == IID_IUnknown || riid == IID_IOleClientSite)
+            *ppv = static_cast<IOleClientSite*>(this);
+        else if (riid == IID_IOleWindow || riid == IID_IOleInPlaceSite)
+            *ppv = static_cast<IOleInPlaceSite*>(this);
+        else if (riid == IID_IOleInPlaceUIWindow || riid == IID_IOleInPlaceFrame)
+            *ppv = static_cast<IOleInPlaceFrame*>(this);
+        else
+        {
+            *ppv = nullptr;
+            return E_NOINTERFACE;
+        }
+        AddRef();
+        return S_OK;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return ++m_nRefs; }
+    STDMETHODIMP_(ULONG) Release() override { return --m_nRefs; }
+
+    // IOleClientSite.
+    STDMETHODIMP SaveObject() override { return E_NOTIMPL; }
+    STDMETHODIMP GetMoniker(DWORD, DWORD, IMoniker** ppmk) override
+    {
+        *ppmk = nullptr;
+        return E_NOTIMPL;
+    }
+    STDMETHODIMP GetContainer(IOleContainer** ppContainer) override
+    {
+        *ppContainer = nullptr;
+        return E_NOINTERFACE;
+    }
+    STDMETHODIMP ShowObject() override { return S_OK; }
+    STDMETHODIMP OnShowWindow(BOOL) override { return S_OK; }
+    STDMETHODIMP RequestNewObjectLayout() override { return E_NOTIMPL; }
+
+    // IOleWindow, for the site and the frame alike.
+    STDMETHODIMP GetWindow(HWND* phwnd) override
+    {
+        *phwnd = m_hHost;
+        return S_OK;
+    }
+    STDMETHODIMP ContextSensitiveHelp(BOOL) override { return E_NOTIMPL; }
+
+    // IOleInPlaceSite.
+    STDMETHODIMP CanInPlaceActivate() override { return S_OK; }
+    STDMETHODIMP OnInPlaceActivate() override { return S_OK; }
+    STDMETHODIMP OnUIActivate() override { return S_OK; }
+    STDMETHODIMP GetWindowContext(IOleInPlaceFrame** ppFrame, IOleInPlaceUIWindow** ppDoc, LPRECT lprcPosRect,
+                                  LPRECT lprcClipRect, LPOLEINPLACEFRAMEINFO lpFrameInfo) override
+    {
+        *ppFrame = this;
+        AddRef();
+        *ppDoc = nullptr;
+        *lprcPosRect = m_Rect;
+        *lprcClipRect = m_Rect;
+        lpFrameInfo->fMDIApp = FALSE;
+        lpFrameInfo->hwndFrame = ::GetAncestor(m_hHost, GA_ROOT);
+        lpFrameInfo->haccel = nullptr;
+        lpFrameInfo->cAccelEntries = 0;
+        return S_OK;
+    }
+    STDMETHODIMP Scroll(SIZE) override { return E_NOTIMPL; }
+    STDMETHODIMP OnUIDeactivate(BOOL) override { return S_OK; }
+    STDMETHODIMP OnInPlaceDeactivate() override { return S_OK; }
+    STDMETHODIMP DiscardUndoState() override { return E_NOTIMPL; }
+    STDMETHODIMP DeactivateAndUndo() override { return E_NOTIMPL; }
+    STDMETHODIMP OnPosRectChange(LPCRECT) override { return S_OK; }
+
+    // IOleInPlaceUIWindow.
+    STDMETHODIMP GetBorder(LPRECT) override { return E_NOTIMPL; }
+    STDMETHODIMP RequestBorderSpace(LPCBORDERWIDTHS) override { return E_NOTIMPL; }
+    STDMETHODIMP SetBorderSpace(LPCBORDERWIDTHS) override { return E_NOTIMPL; }
+    STDMETHODIMP SetActiveObject(IOleInPlaceActiveObject*, LPCOLESTR) override { return S_OK; }
+
+    // IOleInPlaceFrame.
+    STDMETHODIMP InsertMenus(HMENU, LPOLEMENUGROUPWIDTHS) override { return E_NOTIMPL; }
+    STDMETHODIMP SetMenu(HMENU, HOLEMENU, HWND) override { return S_OK; }
+    STDMETHODIMP RemoveMenus(HMENU) override { return E_NOTIMPL; }
+    STDMETHODIMP SetStatusText(LPCOLESTR) override { return S_OK; }
+    STDMETHODIMP EnableModeless(BOOL) override { return S_OK; }
+    STDMETHODIMP TranslateAccelerator(LPMSG, WORD) override { return S_FALSE; }
+
+private:
+    HWND m_hHost;
+    RECT m_Rect;
+    ULONG m_nRefs = 0;
+};
+
+class WebBrowserView final : public Win32ReportView
+{
+public:
+    WebBrowserView(HWND hDialog, int nId, const RECT& rect)
+    {
+        // The control lives in a plain child window of the dialog that
+        // carries the template's id and position.
+        m_hHost = ::CreateWindowExW(0, L"STATIC", L"", WS_CHILD | WS_VISIBLE | WS_CLIPCHILDREN, rect.left,
+                                    rect.top, rect.right - rect.left, rect.bottom - rect.top, hDialog,
+                                    reinterpret_cast<HMENU>(static_cast<INT_PTR>(nId)), nullptr, nullptr);
+        const RECT inner{0, 0, rect.right - rect.left, rect.bottom - rect.top};
+        m_pSite = std::make_unique<BrowserSite>(m_hHost, inner);
+        if (FAILED(::CoCreateInstance(CLSID_WebBrowser, nullptr, CLSCTX_INPROC_SERVER, IID_IOleObject,
+                                      reinterpret_cast<void**>(&m_pObject))))
+            return;
+        m_pObject->SetClientSite(m_pSite.get());
+        ::OleSetContainedObject(m_pObject, TRUE);
+        RECT pos = inner;
+        m_pObject->DoVerb(OLEIVERB_INPLACEACTIVATE, nullptr, m_pSite.get(), 0, m_hHost, &pos);
+        m_pObject->QueryInterface(IID_IWebBrowser2, reinterpret_cast<void**>(&m_pBrowser));
+    }
+
+    ~WebBrowserView() override
+    {
+        if (m_pBrowser != nullptr)
+            m_pBrowser->Release();
+        if (m_pObject != nullptr)
+        {
+            m_pObject->Close(OLECLOSE_NOSAVE);
+            m_pObject->SetClientSite(nullptr);
+            m_pObject->Release();
+        }
+        if (m_hHost != nullptr)
+            ::DestroyWindow(m_hHost);
+    }
+
+    void Navigate(const tstring& url) override
+    {
+        if (m_pBrowser == nullptr)
+            return;
+        const BSTR bstrUrl = ::SysAllocString(reinterpret_cast<const OLECHAR*>(url.c_str()));
+        m_pBrowser->Navigate(bstrUrl, nullptr, nullptr, nullptr, nullptr);
+        ::SysFreeString(bstrUrl);
+    }
+
+    bool HasDocument() const override
+    {
+        ComPtr<IDispatch> pDocument;
+        return GetDocument(pDocument);
+    }
+
+    bool LoadDocument(const char16_t* pStream, std::size_t nBytes) override
+    {
+        const HGLOBAL hBlock = ::GlobalAlloc(GMEM_FIXED | GMEM_ZEROINIT, nBytes);
+        if (hBlock == nullptr)
+            return false;
+        std::memcpy(reinterpret_cast<void*>(hBlock), pStream, nBytes);
+        bool bLoaded = false;
+        {
+            ComPtr<IStream> pIStream;
+            ComPtr<IDispatch> pDocument;
+            ComPtr<IPersistStreamInit> pPersist;
+            if (SUCCEEDED(::CreateStreamOnHGlobal(hBlock, FALSE, pIStream.Out())) && GetDocument(pDocument) &&
+                SUCCEEDED(pDocument->QueryInterface(IID_IPersistStreamInit, pPersist.OutVoid())) &&
+                SUCCEEDED(pPersist->InitNew()))
+            {
+                pPersist->Load(pIStream.Get()); // its result is not examined
+                bLoaded = true;
+            }
+        }
+        ::GlobalFree(hBlock);
+        return bLoaded;
+    }
+
+    bool ScrollToEnd() override
+    {
+        ComPtr<IDispatch> pDocument;
+        ComPtr<IHTMLDocument2> pHtml;
+        ComPtr<IHTMLElement> pBody;
+        ComPtr<IHTMLTextContainer> pContainer;
+        long nHeight = 0;
+        if (!GetDocument(pDocument) ||
+            FAILED(pDocument->QueryInterface(IID_IHTMLDocument2, pHtml.OutVoid())) ||
+            FAILED(pHtml->get_body(pBody.Out())) || pBody.Get() == nullptr ||
+            FAILED(pBody->QueryInterface(IID_IHTMLTextContainer, pContainer.OutVoid())) ||
+            FAILED(pContainer->get_scrollHeight(&nHeight)))
+            return false;
+        return SUCCEEDED(pContainer->put_scrollTop(nHeight));
+    }
+
+    bool OnNotify(const NMHDR*) override { return false; }
+
+private:
+    bool GetDocument(ComPtr<IDispatch>& pDocument) const
+    {
+        return m_pBrowser != nullptr && SUCCEEDED(m_pBrowser->get_Document(pDocument.Out())) &&
+               pDocument.Get() != nullptr;
+    }
+
+    HWND m_hHost = nullptr;
+    std::unique_ptr<BrowserSite> m_pSite;
+    IOleObject* m_pObject = nullptr;
+    IWebBrowser2* m_pBrowser = nullptr;
+};
+
+class RichEditView final : public Win32ReportView
+{
+public:
+    RichEditView(HWND hDialog, int nId, const RECT& rect)
+    {
+        m_hLibrary = ::LoadLibraryW(L"msftedit.dll");
+        m_hEdit = ::CreateWindowExW(
+            WS_EX_CLIENTEDGE, MSFTEDIT_CLASS, L"",
+            WS_CHILD | WS_VISIBLE | WS_VSCROLL | ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL, rect.left,
+            rect.top, rect.right - rect.left, rect.bottom - rect.top, hDialog,
+            reinterpret_cast<HMENU>(static_cast<INT_PTR>(nId)), nullptr, nullptr);
+        if (m_hEdit != nullptr)
+            ::SendMessageW(m_hEdit, EM_SETEVENTMASK, 0, ENM_LINK);
+    }
+
+    ~RichEditView() override
+    {
+        if (m_hEdit != nullptr)
+            ::DestroyWindow(m_hEdit);
+        if (m_hLibrary != nullptr)
+            ::FreeLibrary(m_hLibrary);
+    }
+
+    // The view has its (empty) document as soon as it is asked for one:
+    // nothing is fetched.
+    void Navigate(const tstring&) override { m_bHasDocument = m_hEdit != nullptr; }
+    bool HasDocument() const override { return m_bHasDocument; }
+
+    bool LoadDocument(const char16_t* pStream, std::size_t nBytes) override
+    {
+        if (!m_bHasDocument || pStream == nullptr)
+            return false;
+        std::size_t nUnits = nBytes / sizeof(char16_t);
+        for (std::size_t i = 0; i < nUnits; ++i)
+        {
+            if (pStream[i] == 0)
+            {
+                nUnits = i;
+                break;
+            }
+        }
+        m_Report = ReportHtmlToRtf(std::u16string_view(pStream, nUnits));
+        SETTEXTEX setText{ST_DEFAULT, CP_ACP};
+        ::SendMessageW(m_hEdit, EM_SETTEXTEX, reinterpret_cast<WPARAM>(&setText),
+                       reinterpret_cast<LPARAM>(m_Report.rtf.c_str()));
+        for (const RtfLink& link : m_Report.links)
+        {
+            CHARRANGE range{link.cpMin, link.cpMax};
+            ::SendMessageW(m_hEdit, EM_EXSETSEL, 0, reinterpret_cast<LPARAM>(&range));
+            CHARFORMAT2W format{};
+            format.cbSize = sizeof format;
+            format.dwMask = CFM_LINK;
+            format.dwEffects = CFE_LINK;
+            ::SendMessageW(m_hEdit, EM_SETCHARFORMAT, SCF_SELECTION, reinterpret_cast<LPARAM>(&format));
+        }
+        // Reloading resets the view to the top; the newest line is what matters.
+        ScrollToEnd();
+        return true;
+    }
+
+    bool ScrollToEnd() override
+    {
+        if (!m_bHasDocument)
+            return false;
+        ::SendMessageW(m_hEdit, EM_SETSEL, static_cast<WPARAM>(-1), -1);
+        ::SendMessageW(m_hEdit, WM_VSCROLL, SB_BOTTOM, 0);
+        return true;
+    }
+
+    bool OnNotify(const NMHDR* pHeader) override
+    {
+        if (pHeader == nullptr || pHeader->hwndFrom != m_hEdit || pHeader->code != EN_LINK)
+            return false;
+        const auto* pLink = reinterpret_cast<const ENLINK*>(pHeader);
+        if (pLink->msg != WM_LBUTTONUP)
+            return false;
+        // Links (target=_blank in the report) belong in the user's browser.
+        if (const RtfLink* pTarget = FindRtfLink(m_Report, pLink->chrg.cpMin))
+            ::ShellExecuteW(nullptr, L"open", reinterpret_cast<LPCWSTR>(pTarget->url.c_str()), nullptr,
+                            nullptr, SW_SHOWNORMAL);
+        return true;
+    }
+
+private:
+    HMODULE m_hLibrary = nullptr;
+    HWND m_hEdit = nullptr;
+    bool m_bHasDocument = false;
+    RtfReport m_Report;
+};
+
+template <class T> void ReleaseIf(T* p)
+{
+    if (p != nullptr)
+        p->Release();
+}
+} // namespace
+
+ReportViewKind ChooseReportView(const ReportViewProbe& probe)
+{
+    return SUCCEEDED(probe.hrBrowser) && SUCCEEDED(probe.hrHtmlDocument) ? ReportViewKind::WebBrowser
+                                                                         : ReportViewKind::RichEdit;
+}
+
+ReportViewProbe ProbeReportView()
+{
+    IUnknown* pBrowser = nullptr;
+    IUnknown* pDocument = nullptr;
+    const ReportViewProbe probe{
+        ::CoCreateInstance(CLSID_WebBrowser, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
+                           reinterpret_cast<void**>(&pBrowser)),
+        ::CoCreateInstance(CLSID_HTMLDocument, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
+                           reinterpret_cast<void**>(&pDocument)),
+    };
+    ReleaseIf(pBrowser);
+    ReleaseIf(pDocument);
+    return probe;
+}
+
+std::unique_ptr<Win32ReportView> CreateReportView(HWND hDialog, int nId, const RECT& rect)
+{
+    if (ChooseReportView(ProbeReportView()) == ReportViewKind::WebBrowser)
+        return std::make_unique<WebBrowserView>(hDialog, nId, rect);
+    return std::make_unique<RichEditView>(hDialog, nId, rect);
+}

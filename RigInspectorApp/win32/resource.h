@@ -1,0 +1,8 @@
+#pragma once
+// Resource ids of rig_inspector.exe, read by its resource script and its code.
+// The resource compiler reads this file too: plain macros only.
+
+#define IDR_MAINFRAME 128
+
+#define RIG_VERSION_BINARY 1, 1, 0, 0
+#define RIG_VERSION_TEXT "1.1.0.0"
