@@ -1,7 +1,8 @@
 #pragma once
 // The INI profile operations the settings and the options file use, with the
-// Windows profile API's semantics (see IniFile.cpp for the rules we chose
-// where that API leaves them open).
+// Windows profile API's semantics: on Windows the API itself, elsewhere our
+// own reader and writer (see IniFile_posix.cpp for the rules we chose where
+// that API leaves them open).
 #include <string>
 
 #include "share/common/TString.h"
@@ -18,7 +19,12 @@ int GetPrivateProfileInt(const tstring& section, const tstring& key, int default
                          const std::string& path);
 
 /// Sets [section] key to value, creating the file, the section or the key when
-/// missing and keeping every other byte of the file. The file is replaced
-/// atomically, never left half-written. True when the write succeeded.
+/// missing and keeping every other byte of the file. On Linux the file is
+/// replaced atomically, never left half-written. False, without writing, for
+/// an entry that is not storable. True when the write succeeded.
 bool WritePrivateProfileString(const tstring& section, const tstring& key, const tstring& value,
                                const std::string& path);
+
+/// False for an entry the file could not give back: an empty section or key,
+/// a line break anywhere, ']' in the section or '=' in the key.
+bool IsStorableProfileEntry(const tstring& section, const tstring& key, const tstring& value);

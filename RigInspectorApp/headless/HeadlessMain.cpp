@@ -1,6 +1,5 @@
 // rig_inspector_cli: the analyzer's check sequence in a terminal, with the
 // same start-up order, pacing and report as the dialog.
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -11,6 +10,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "ConsoleIo.h"
 #include "HeadlessToolkit.h"
 #include "ReportText.h"
 #include "ResultsJson.h"
@@ -48,7 +48,7 @@ bool WriteFd(int fd, const std::string& content)
 bool ColourWanted(int fd, bool bNoColour)
 {
     const char* noColor = std::getenv("NO_COLOR");
-    return !bNoColour && (noColor == nullptr || *noColor == '\0') && ::isatty(fd) == 1;
+    return !bNoColour && (noColor == nullptr || *noColor == '\0') && IsTerminal(fd);
 }
 } // namespace
 
@@ -76,6 +76,7 @@ int main(int argc, char** argv)
     app.add_flag("--no-color", bNoColour, "No colours (also when NO_COLOR is set)");
     app.add_flag("--no-progress", bNoProgress, "No spinner while a step runs");
     app.set_version_flag("-V,--version", "rig_inspector_cli (Rig Inspector) 1.1");
+    PrepareConsole();
     try
     {
         app.parse(argc, argv);
@@ -93,8 +94,8 @@ int main(int argc, char** argv)
     if (jsonPath == "-")
     {
         std::fflush(stdout);
-        jsonFd = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-        if (jsonFd < 0 || ::dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
+        jsonFd = SetStandardOutputAside();
+        if (jsonFd < 0)
         {
             std::cerr << "rig_inspector_cli: cannot set up standard output for --json -\n";
             return kExitOutputFailed;
@@ -108,7 +109,7 @@ int main(int argc, char** argv)
     if (!bQuiet)
         toolkit.GetReportView().SetListener([&](std::u16string_view body)
                                             { output.WriteLine(text.Feed(body)); });
-    if (!bQuiet && !bNoProgress && ::isatty(STDERR_FILENO) == 1)
+    if (!bQuiet && !bNoProgress && IsTerminal(STDERR_FILENO))
         output.StartSpinner([&toolkit] { return toolkit.BusyForMs(); });
 
     SetToolkit(&toolkit);

@@ -1,33 +1,19 @@
 #pragma once
 // Internal header of the socket library: the one place that knows the
-// platform's socket calls (BSD sockets here; a Win32 build swaps this header's
-// implementation file and its handful of type lines). The classes of
-// zul::socket call only what is declared here. Users of the library need the
-// types and the error-code constants, nothing else.
-#include <cerrno>
+// platform's socket calls. The classes of zul::socket call only what is
+// declared here. Users of the library need the types and the error-code
+// constants, nothing else; those come from SocketTypes_<platform>.h, which the
+// build names in ZUL_SOCKET_TYPES.
 #include <cstdint>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <string>
-#include <sys/socket.h>
 #include <vector>
+
+#include ZUL_SOCKET_TYPES
 
 #include "share/common/TString.h"
 
 namespace zul::socket
 {
-/// The platform's socket handle and the value that means "no socket".
-using SocketHandle = int;
-inline constexpr SocketHandle kInvalidSocket = -1;
-
-/// Error codes the library and its callers compare against, so nobody spells
-/// the platform's numbers.
-inline constexpr int kWouldBlock = EWOULDBLOCK;
-/// Recorded when a bounded connect or send runs out of time.
-inline constexpr int kTimedOut = ETIMEDOUT;
-/// Recorded by operations that need a socket when there is none.
-inline constexpr int kBadHandle = EBADF;
-
 namespace platform
 {
 enum class SocketKind
