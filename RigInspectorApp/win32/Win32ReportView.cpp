@@ -13,6 +13,10 @@
 
 namespace
 {
+// MSHTML's document object; MinGW's uuid library does not carry its class id.
+constexpr CLSID kClsidHtmlDocument = {
+    0x25336920, 0x03F9, 0x11CF, {0x8F, 0xD0, 0x00, 0xAA, 0x00, 0x68, 0x6F, 0x13}};
+
 /// Releases a COM interface at the end of a scope.
 template <class T> class ComPtr
 {
@@ -351,7 +355,7 @@ ReportViewProbe ProbeReportView()
     const ReportViewProbe probe{
         ::CoCreateInstance(CLSID_WebBrowser, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
                            reinterpret_cast<void**>(&pBrowser)),
-        ::CoCreateInstance(CLSID_HTMLDocument, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
+        ::CoCreateInstance(kClsidHtmlDocument, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
                            reinterpret_cast<void**>(&pDocument)),
     };
     ReleaseIf(pBrowser);

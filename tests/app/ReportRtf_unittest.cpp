@@ -58,19 +58,22 @@ std::u16string PlainText(const std::string& rtf)
 
 TEST(ReportRtf, ShowsEveryLineOfTheReportWithItsStylesAndLinks)
 {
-    const std::u16string html = std::u16string(kReportPrefix) + kReportHeader +
-                                u"<br>Checking OS...<font color=blue>passed.</font>"
-                                u"<br>\tCPU : 2.4GHz &amp; <b>1</b>2 {x}\\ caf\u00e9 \uc548"
-                                u"<br><font color=\"#FF0000\">failed, please <a href=\"http://h/?a=1&amp;b=2\" "
-                                u"target=_blank>click here</a></font>" +
-                                kReportSuffix;
+    const std::u16string html =
+        std::u16string(kReportPrefix) + kReportHeader +
+        u"<br>Checking OS...<font color=blue>passed.</font>"
+        u"<br>\tCPU : 2.4GHz &amp; <b>1</b>2 {x}\\ caf\u00e9 \uc548"
+        u"<br><font color=\"#FF0000\">failed, please <a href=\"http://h/?a=1&amp;b=2\" "
+        u"target=_blank>click here</a></font>" +
+        kReportSuffix;
     const RtfReport report = ReportHtmlToRtf(html);
 
-    EXPECT_EQ(PlainText(report.rtf), u"Rig Inspector v1.1\n\nChecking OS...passed.\n\tCPU : 2.4GHz & 12 {x}\\ "
-                                     u"caf\u00e9 \uc548\nfailed, please click here");
-    EXPECT_EQ(report.rtf.find_first_not_of("\t\n\r !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                           "[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~"),
-              std::string::npos);
+    EXPECT_EQ(PlainText(report.rtf),
+              u"Rig Inspector v1.1\n\nChecking OS...passed.\n\tCPU : 2.4GHz & 12 {x}\\ "
+              u"caf\u00e9 \uc548\nfailed, please click here");
+    EXPECT_EQ(
+        report.rtf.find_first_not_of("\t\n\r !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                     "[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~"),
+        std::string::npos);
     // Blue and red in the colour table; the header bold; 9 pt from the style.
     EXPECT_NE(report.rtf.find("\\red0\\green0\\blue255;"), std::string::npos);
     EXPECT_NE(report.rtf.find("\\red255\\green0\\blue0;"), std::string::npos);
@@ -78,9 +81,10 @@ TEST(ReportRtf, ShowsEveryLineOfTheReportWithItsStylesAndLinks)
 
     ASSERT_EQ(report.links.size(), 1u);
     const RtfLink& link = report.links[0];
-    EXPECT_EQ(PlainText(report.rtf).substr(static_cast<std::size_t>(link.cpMin),
-                                           static_cast<std::size_t>(link.cpMax - link.cpMin)),
-              u"click here");
+    EXPECT_EQ(
+        PlainText(report.rtf)
+            .substr(static_cast<std::size_t>(link.cpMin), static_cast<std::size_t>(link.cpMax - link.cpMin)),
+        u"click here");
     EXPECT_EQ(link.url, u"http://h/?a=1&b=2");
     EXPECT_EQ(FindRtfLink(report, link.cpMin), &link);
     EXPECT_EQ(FindRtfLink(report, link.cpMax), nullptr);

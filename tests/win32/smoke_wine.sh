@@ -1,0 +1,136 @@
+#!/bin/sh
+# Desktop smoke test of rig_inspector.exe under Wine and Xvfb (no window
+# manager), against the Linux reference server, all inside a network and
+# mount namespace of its own so the fixed ports and the wineserver are private.
+#
+# usage: smoke_wine.sh <rig_inspector.exe> <rig_test_server> <wine prefix> <output dir>
+# Run 1: the whole check sequence, a screenshot of each dialog, Next, then
+# Accept writes ../game/option.ini with the four keys. Run 2: Next, then
+# Cancel (Esc) quits without touching option.ini. Every wait is bounded.
+set -eu
+if [ "${RIG_SMOKE_INSIDE:-}" != 1 ]; then
+    RIG_SMOKE_INSIDE=1 exec unshare --net --mount "$0" "$@"
+fi
+EXE=$(realpath "$1")
+SERVER=$2
+mkdir -p "$3" "$4"
+PREFIX=$(realpath "$3") # Wine takes absolute prefixes only
+OUT=$4
+WORK=$(mktemp -d)
+PIDS=""
+cleanup() {
+    wineserver -k 2>/dev/null || true
+    for pid in $PIDS; do kill "$pid" 2>/dev/null || true; done
+    rm -rf "$WORK"
+}
+trap cleanup EXIT
+
+# A wineserver of this namespace only (Wine's sockets belong to it).
+mkdir -p "/tmp/.wine-$(id -u)"
+mount -t tmpfs -o size=16m,mode=700 rig-wine "/tmp/.wine-$(id -u)"
+ip link set lo up
+
+wait_for() {
+    n=$1; shift
+    while ! "$@" >/dev/null 2>&1; do
+        n=$((n - 1))
+        [ "$n" -gt 0 ] || return 1
+        sleep 0.1
+    done
+}
+
+"$SERVER" >"$WORK/server.log" 2>&1 &
+PIDS="$PIDS $!"
+wait_for 100 grep -q listening "$WORK/server.log" || { echo "server did not start"; exit 1; }
+
+# The display comes before the prefix's first Wine process, or Wine keeps
+# failing to make windows.
+Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$WORK/display" 2>/dev/null &
+PIDS="$PIDS $!"
+wait_for 100 test -s "$WORK/display" || { echo "Xvfb did not start"; exit 1; }
+DISPLAY=:$(cat "$WORK/display")
+export DISPLAY WINEPREFIX="$PREFIX" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+if [ ! -f "$PREFIX/.rig_ready" ]; then
+    wine wineboot --init >"$WORK/wineboot.log" 2>&1 || { cat "$WORK/wineboot.log"; exit 1; }
+    wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1
+    wineserver -w
+    touch "$PREFIX/.rig_ready"
+fi
+wineserver -p
+
+MAIN="Dunmore Nine Rig Inspector v1.1"
+CONFIG="Dunmore Nine Graphic Configuration"
+OPTIONS="$WORK/root/game/option.ini"
+
+# start: runs the analyzer as the game's patcher folder would hold it.
+start() {
+    mkdir -p "$WORK/root/patcher" "$WORK/root/game"
+    cp "$EXE" "$WORK/root/patcher/fc.exe"
+    (cd "$WORK/root/patcher" && exec wine fc.exe) >"$WORK/app.log" 2>&1 &
+    APP=$!
+}
+
+# window <title>: the X window of a dialog, once it is mapped.
+window() {
+    timeout 30 xdotool search --sync --onlyvisible --name "$1" | head -n 1
+}
+
+# key <window> <key>: no window manager, so focus the window itself first.
+key() {
+    xdotool windowfocus --sync "$1" && xdotool key --window "$1" "$2"
+}
+
+finished() {
+    n=150
+    while kill -0 "$APP" 2>/dev/null; do
+        n=$((n - 1))
+        [ "$n" -gt 0 ] || { echo "rig_inspector did not quit"; return 1; }
+        sleep 0.1
+    done
+    wait "$APP" || { echo "rig_inspector failed"; return 1; }
+}
+
+same_twice() {
+    xwd -silent -id "$1" -out "$WORK/a.xwd" && sleep 0.3 && xwd -silent -id "$1" -out "$WORK/b.xwd" &&
+        cmp -s "$WORK/a.xwd" "$WORK/b.xwd"
+}
+
+has_udp_20000() { ss -uan | grep -q ':20000 '; }
+no_udp_20000() { ! has_udp_20000; }
+
+# Run 1: the whole sequence, then Next and Accept.
+start
+WID=$(window "$MAIN")
+[ -n "$WID" ] || { echo "main dialog did not appear"; exit 1; }
+wait_for 900 grep -q '^tcp ' "$WORK/server.log" || { echo "TCP test did not run"; exit 1; }
+wait_for 300 has_udp_20000 || { echo "UDP test did not run"; exit 1; }
+wait_for 300 no_udp_20000 || { echo "UDP test did not end"; exit 1; }
+wait_for 50 same_twice "$WID" || { echo "main dialog kept changing"; exit 1; }
+cp "$WORK/b.xwd" "$OUT/inspector_dialog_wine.xwd"
+# Return is Next: the main dialog has no default button, so the dialog manager
+# sends IDOK.
+key "$WID" Return
+CID=$(window "$CONFIG")
+[ -n "$CID" ] || { echo "graphic configuration did not appear"; exit 1; }
+wait_for 50 same_twice "$CID" || { echo "graphic configuration kept changing"; exit 1; }
+cp "$WORK/b.xwd" "$OUT/graphic_config_wine.xwd"
+key "$CID" Return # Accept, the default button
+finished
+for k in shadow audience event_screen char_lod; do
+    grep -q "^$k=[01]" "$OPTIONS" || { echo "option.ini lacks $k"; cat "$OPTIONS"; exit 1; }
+done
+grep -q '^\[video\]' "$OPTIONS" || { echo "option.ini lacks [video]"; exit 1; }
+
+# Run 2: Next at once (between two steps), then Cancel: option.ini untouched.
+printf '[video]\r\nshadow=7\r\n' >"$OPTIONS"
+cp "$OPTIONS" "$WORK/before.ini"
+start
+WID=$(window "$MAIN")
+[ -n "$WID" ] || { echo "main dialog did not appear (run 2)"; exit 1; }
+key "$WID" Return
+CID=$(window "$CONFIG")
+[ -n "$CID" ] || { echo "graphic configuration did not appear (run 2)"; exit 1; }
+key "$CID" Escape
+finished
+cmp -s "$OPTIONS" "$WORK/before.ini" || { echo "Cancel changed option.ini"; exit 1; }
+echo "smoke: passed"
