@@ -1,0 +1,84 @@
+; The Rig Inspector installer: puts the analyzer where the game's patcher
+; starts it, patcher\fc.exe below the game's root folder, beside the folder
+; game whose option.ini it writes. makensis -DSTAGE=<folder holding patcher\>
+; -DOUTFILE=<setup.exe> -DVERSION=<a.b.c.d> installer.nsi
+Unicode true
+Target amd64-unicode
+SetCompressor /SOLID lzma
+
+!include "FileFunc.nsh"
+!include "x64.nsh"
+
+!define NAME "Dunmore Nine Rig Inspector"
+!define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\DunmoreNineRigInspector"
+
+Name "${NAME}"
+OutFile "${OUTFILE}"
+InstallDir "$PROGRAMFILES64\Dunmore Nine"
+RequestExecutionLevel admin
+ShowInstDetails show
+VIProductVersion "${VERSION}"
+VIAddVersionKey "ProductName" "${NAME}"
+VIAddVersionKey "FileDescription" "${NAME} Setup"
+VIAddVersionKey "FileVersion" "${VERSION}"
+VIAddVersionKey "ProductVersion" "${VERSION}"
+VIAddVersionKey "CompanyName" "Dunmore Nine"
+VIAddVersionKey "LegalCopyright" "Dunmore Nine"
+
+Page directory
+Page instfiles
+UninstPage uninstConfirm
+UninstPage instfiles
+
+Function .onInit
+    SetRegView 64
+FunctionEnd
+
+Function un.onInit
+    SetRegView 64
+    ; The uninstaller lives in patcher: the installation is the folder above.
+    ${GetParent} "$INSTDIR" $INSTDIR
+FunctionEnd
+
+Section "Rig Inspector"
+    SetOutPath "$INSTDIR\patcher"
+    File "${STAGE}/patcher/fc.exe"
+    File /nonfatal "${STAGE}/patcher/rig_inspector_cli.exe"
+    ; The analyzer writes ..\game\option.ini; a fresh folder gets one to write.
+    CreateDirectory "$INSTDIR\game"
+    WriteUninstaller "$INSTDIR\patcher\uninstall_rig_inspector.exe"
+
+    ; Paths are relative to the working folder: the shortcut starts in patcher.
+    SetShellVarContext all
+    CreateDirectory "$SMPROGRAMS\Dunmore Nine"
+    CreateShortCut "$SMPROGRAMS\Dunmore Nine\Rig Inspector.lnk" "$INSTDIR\patcher\fc.exe" "" \
+        "$INSTDIR\patcher\fc.exe" 0
+
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayName" "${NAME}"
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayVersion" "${VERSION}"
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "Publisher" "Dunmore Nine"
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "DisplayIcon" "$INSTDIR\patcher\fc.exe"
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "InstallLocation" "$INSTDIR"
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "UninstallString" '"$INSTDIR\patcher\uninstall_rig_inspector.exe"'
+    WriteRegStr HKLM "${UNINSTALL_KEY}" "QuietUninstallString" '"$INSTDIR\patcher\uninstall_rig_inspector.exe" /S'
+    WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoModify" 1
+    WriteRegDWORD HKLM "${UNINSTALL_KEY}" "NoRepair" 1
+SectionEnd
+
+Section "Uninstall"
+    Delete "$INSTDIR\patcher\fc.exe"
+    Delete "$INSTDIR\patcher\rig_inspector_cli.exe"
+    ; The analyzer's own by-products in its working folder.
+    Delete "$INSTDIR\patcher\assertion_failed.log"
+    Delete "$INSTDIR\patcher\uninstall_rig_inspector.exe"
+    ; Folders go only when empty: the game's own files (and option.ini, which
+    ; is the game's) stay where they are.
+    RMDir "$INSTDIR\patcher"
+    RMDir "$INSTDIR\game"
+    RMDir "$INSTDIR"
+
+    SetShellVarContext all
+    Delete "$SMPROGRAMS\Dunmore Nine\Rig Inspector.lnk"
+    RMDir "$SMPROGRAMS\Dunmore Nine"
+    DeleteRegKey HKLM "${UNINSTALL_KEY}"
+SectionEnd
