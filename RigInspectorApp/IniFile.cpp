@@ -24,27 +24,15 @@
 //   surrogate that would end the value is dropped too (510 characters).
 #include "IniFile.h"
 
+#include "IniFileIo.h"
 #include "share/common/StringUtil.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <climits>
-#include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <vector>
 
 namespace
 {
 constexpr std::size_t kMaxValueChars = 511;
-// A settings or options file is a few hundred bytes; anything this large is
-// not one of ours and is treated as unreadable rather than parsed. Every key
-// read parses the whole file again, so the cap bounds start-up: a 10 MB file
-// of short lines took minutes and half a gigabyte to load twelve keys from.
-constexpr off_t kMaxFileBytes = 64 * 1024;
 
 enum class Encoding
 {
@@ -181,7 +169,7 @@ void Classify(Line& line)
         ++line.valueStart;
 }
 
-Document Parse(std::string bytes)
+Document DetectEncoding(std::string bytes)
 {
     Document doc;
     doc.bytes = std::move(bytes);
@@ -200,6 +188,14 @@ Document Parse(std::string bytes)
         doc.encoding = Encoding::Utf16Be;
         doc.bomBytes = 2;
     }
+    return doc;
+}
+
+/// Calls visit with each line in turn until it returns false. One line at a
+/// time: a reader looking for one key never holds the whole file's lines.
+template <class Visit> void ForEachLine(const Document& doc, Visit visit)
+{
+    const std::string& b = doc.bytes;
     const std::size_t unit = UnitBytes(doc.encoding);
     // A dangling odd byte of a UTF-16 file is not a character; it is kept as is.
     const std::size_t limit = doc.bomBytes + (b.size() - doc.bomBytes) / unit * unit;
@@ -219,55 +215,22 @@ Document Parse(std::string bytes)
         line.next = i;
         line.text = DecodeRange(doc, line.begin, line.end);
         Classify(line);
-        doc.lines.push_back(std::move(line));
         pos = i;
+        if (!visit(line))
+            return;
     }
-    return doc;
 }
 
-enum class ReadStatus
+Document Parse(std::string bytes)
 {
-    Ok,
-    Missing,   // no such file: the writer may create it
-    Unreadable // exists but cannot be read: the writer must leave it alone
-};
-
-ReadStatus ReadWholeFile(const std::string& path, std::string& out)
-{
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return errno == ENOENT ? ReadStatus::Missing : ReadStatus::Unreadable;
-    struct stat st
-    {
-    };
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kMaxFileBytes)
-    {
-        ::close(fd);
-        return ReadStatus::Unreadable;
-    }
-    out.clear();
-    char buffer[8192];
-    for (;;)
-    {
-        const ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n == 0)
-            break;
-        if (n < 0)
-        {
-            if (errno == EINTR)
-                continue;
-            ::close(fd);
-            return ReadStatus::Unreadable;
-        }
-        out.append(buffer, static_cast<std::size_t>(n));
-        if (out.size() > static_cast<std::size_t>(kMaxFileBytes))
-        {
-            ::close(fd);
-            return ReadStatus::Unreadable;
-        }
-    }
-    ::close(fd);
-    return ReadStatus::Ok;
+    Document doc = DetectEncoding(std::move(bytes));
+    ForEachLine(doc,
+                [&doc](Line& line)
+                {
+                    doc.lines.push_back(std::move(line));
+                    return true;
+                });
+    return doc;
 }
 
 tstring CutToBuffer(tstring text)
@@ -307,14 +270,22 @@ const Line* FindKey(const Document& doc, const tstring& section, const tstring& 
 
 std::optional<tstring> ReadValue(const std::string& path, const tstring& section, const tstring& key)
 {
-    std::string bytes;
-    if (ReadWholeFile(path, bytes) != ReadStatus::Ok)
+    ini_io::ReadResult file = ini_io::ReadWholeFile(path);
+    if (file.status != ini_io::ReadStatus::Ok)
         return std::nullopt;
-    const Document doc = Parse(std::move(bytes));
-    const Line* line = FindKey(doc, section, key);
-    if (line == nullptr)
-        return std::nullopt;
-    return ValueOf(*line);
+    const Document doc = DetectEncoding(std::move(file.bytes));
+    std::optional<tstring> value;
+    bool inSection = false;
+    ForEachLine(doc,
+                [&](const Line& line)
+                {
+                    if (line.isSection)
+                        inSection = NamesEqual(line.name, section);
+                    else if (inSection && line.isKey && NamesEqual(line.name, key))
+                        value = ValueOf(line);
+                    return !value;
+                });
+    return value;
 }
 
 bool HasLineBreak(const tstring& text)
@@ -381,74 +352,6 @@ std::string Edited(const Document& doc, const tstring& section, const tstring& k
     return out + b.substr(limit);
 }
 
-bool WriteAll(int fd, const std::string& data)
-{
-    std::size_t done = 0;
-    while (done < data.size())
-    {
-        const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-        if (n < 0)
-        {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
-}
-
-/// The file a write really replaces: a symbolic link is followed, so the link
-/// stays a link and its target gets the new content. Empty when the path is a
-/// link that leads nowhere (we do not guess where to create its target).
-std::string ResolveTarget(const std::string& path)
-{
-    struct stat st
-    {
-    };
-    if (::lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
-        return path;
-    char* resolved = ::realpath(path.c_str(), nullptr);
-    if (resolved == nullptr)
-        return std::string();
-    std::string target(resolved);
-    std::free(resolved);
-    return target;
-}
-
-bool ReplaceFile(const std::string& target, const std::string& content, const struct stat* pOld)
-{
-    const std::size_t slash = target.rfind('/');
-    const std::string dir = slash == std::string::npos ? std::string(".") : target.substr(0, slash + 1);
-    const std::string base = slash == std::string::npos ? target : target.substr(slash + 1);
-    std::string temp = (slash == std::string::npos ? std::string() : dir) + "." + base + ".XXXXXX";
-    // Without a temporary file beside it the file is left untouched and the
-    // write fails: rewriting it in place could leave it truncated on a full disk.
-    const int fd = ::mkstemp(temp.data());
-    if (fd < 0)
-        return false;
-    bool ok = WriteAll(fd, content);
-    if (ok && pOld != nullptr)
-    {
-        // The replaced file keeps its permission bits (and its owner, where we may set it).
-        ok = ::fchmod(fd, pOld->st_mode & 07777) == 0;
-        if (ok && (pOld->st_uid != ::geteuid() || pOld->st_gid != ::getegid()))
-            (void)!::fchown(fd, pOld->st_uid, pOld->st_gid);
-    }
-    else if (ok)
-    {
-        // A new file gets the mode a plain creation would give it.
-        const mode_t mask = ::umask(0);
-        ::umask(mask);
-        ok = ::fchmod(fd, 0666 & ~mask) == 0;
-    }
-    ok = ok && ::fsync(fd) == 0;
-    ok = (::close(fd) == 0) && ok;
-    ok = ok && ::rename(temp.c_str(), target.c_str()) == 0;
-    if (!ok)
-        ::unlink(temp.c_str());
-    return ok;
-}
 } // namespace
 
 tstring GetPrivateProfileString(const tstring& section, const tstring& key, const tstring& defaultValue,
@@ -470,22 +373,50 @@ int GetPrivateProfileInt(const tstring& section, const tstring& key, int default
 bool WritePrivateProfileString(const tstring& section, const tstring& key, const tstring& value,
                                const std::string& path)
 {
-    // A line break would split the entry into lines the reader sees differently;
-    // a ']' in a section name or '=' in a key could never be found again.
-    if (section.empty() || key.empty() || HasLineBreak(section) || HasLineBreak(key) || HasLineBreak(value) ||
-        section.find(u']') != tstring::npos || key.find(u'=') != tstring::npos)
-        return false;
-    const std::string target = ResolveTarget(path);
-    if (target.empty())
-        return false;
-    std::string bytes;
-    const ReadStatus status = ReadWholeFile(target, bytes);
-    if (status == ReadStatus::Unreadable)
-        return false;
-    struct stat st
+    return WritePrivateProfileStrings(section, {{key, value}}, path);
+}
+
+bool WritePrivateProfileStrings(const tstring& section, const std::vector<std::pair<tstring, tstring>>& entries,
+                                const std::string& path, tstring* pWhy)
+{
+    tstring why;
+    const bool bWritten = [&]
     {
-    };
-    const bool existed = status == ReadStatus::Ok && ::stat(target.c_str(), &st) == 0;
-    const Document doc = Parse(std::move(bytes));
-    return ReplaceFile(target, Edited(doc, section, key, value), existed ? &st : nullptr);
+        // A line break would split the entry into lines the reader sees differently;
+        // a ']' in a section name or '=' in a key could never be found again.
+        if (section.empty() || HasLineBreak(section) || section.find(u']') != tstring::npos)
+        {
+            why = u"the section name cannot be written";
+            return false;
+        }
+        for (const auto& [key, value] : entries)
+        {
+            if (key.empty() || HasLineBreak(key) || HasLineBreak(value) || key.find(u'=') != tstring::npos)
+            {
+                why = u"the key " + key + u" cannot be written";
+                return false;
+            }
+        }
+        ini_io::ReadResult file = ini_io::ReadWholeFile(path);
+        if (file.status == ini_io::ReadStatus::Unreadable)
+        {
+            why = file.why;
+            return false;
+        }
+        // Every entry goes into one new content, written at once: a run cut
+        // short leaves all of them or none, never a mix of old and new.
+        std::string content = std::move(file.bytes);
+        for (const auto& [key, value] : entries)
+            content = Edited(Parse(std::move(content)), section, key, value);
+        return ini_io::WriteWholeFile(path, content, why);
+    }();
+    if (pWhy != nullptr)
+        *pWhy = bWritten ? tstring() : why;
+    return bWritten;
+}
+
+tstring DescribeUnreadableProfile(const std::string& path)
+{
+    const ini_io::ReadResult file = ini_io::ReadWholeFile(path);
+    return file.status == ini_io::ReadStatus::Unreadable ? file.why : tstring();
 }
