@@ -26,8 +26,8 @@ void CollectInodes(const char* table, std::uint16_t port, std::set<std::string>&
     {
         std::istringstream fields(line);
         std::string slot, local, remote, state, queues, timer, retransmits, uid, timeout, inode;
-        if (!(fields >> slot >> local >> remote >> state >> queues >> timer >> retransmits >> uid >> timeout >>
-              inode))
+        if (!(fields >> slot >> local >> remote >> state >> queues >> timer >> retransmits >> uid >>
+              timeout >> inode))
             continue;
         const std::size_t colon = local.rfind(':');
         if (colon == std::string::npos)
@@ -66,7 +66,8 @@ tstring ExecutableName(const std::string& procDir)
 {
     std::string path = ReadLink(procDir + "/exe");
     const std::string deleted = " (deleted)";
-    if (path.size() > deleted.size() && path.compare(path.size() - deleted.size(), deleted.size(), deleted) == 0)
+    if (path.size() > deleted.size() &&
+        path.compare(path.size() - deleted.size(), deleted.size(), deleted) == 0)
         path.resize(path.size() - deleted.size());
     if (path.empty())
     {
@@ -101,6 +102,7 @@ std::vector<PortOwner> FindUdpPortOwners(std::uint16_t port)
             owners.push_back({static_cast<std::uint32_t>(pid), ExecutableName(procDir)});
     }
     ::closedir(proc);
-    std::sort(owners.begin(), owners.end(), [](const PortOwner& a, const PortOwner& b) { return a.pid < b.pid; });
+    std::sort(owners.begin(), owners.end(),
+              [](const PortOwner& a, const PortOwner& b) { return a.pid < b.pid; });
     return owners;
 }

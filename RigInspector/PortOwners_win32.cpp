@@ -2,10 +2,10 @@
 // and IPv6), their executables from QueryFullProcessImageNameW.
 #include "PortOwners.h"
 
+#include <iphlpapi.h>
+#include <windows.h>
 #include <winsock2.h>
 #include <ws2tcpip.h>
-#include <windows.h>
-#include <iphlpapi.h>
 
 #include <algorithm>
 #include <vector>

@@ -5,10 +5,10 @@
 #include <climits>
 
 #include "FakeToolkit.h"
+#include "RigInspector/Diagnostics.h"
 #include "RigInspectorApp/GraphicConfigDlg.h"
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
-#include "RigInspector/Diagnostics.h"
 
 namespace
 {
@@ -36,11 +36,11 @@ TEST(GraphicRecommendation, TiersAtTheirBoundaries)
     }
 }
 
-
 TEST(GraphicConfigDlg, AcceptWritesTheFourKeysAsOneUnitAndLeavesEvenWhenThatFails)
 {
     using Entries = std::vector<std::pair<tstring, tstring>>;
-    const Entries all = {{u"shadow", u"1"}, {u"audience", u"1"}, {u"event_screen", u"0"}, {u"char_lod", u"1"}};
+    const Entries all = {
+        {u"shadow", u"1"}, {u"audience", u"1"}, {u"event_screen", u"0"}, {u"char_lod", u"1"}};
     for (const bool bFail : {false, true})
     {
         g_inspector.m_CpuSpeed = 1000; // Middle tier: P.I.P Low
@@ -67,8 +67,11 @@ TEST(GraphicConfigDlg, AcceptWritesTheFourKeysAsOneUnitAndLeavesEvenWhenThatFail
         const auto diagnostics = GetDiagnostics().List();
         ASSERT_EQ(diagnostics.size(), bFail ? 1u : 0u);
         if (bFail)
-            EXPECT_EQ(diagnostics[0].message, u"The graphic options could not be written to ../game/option.ini "
-                                              u"(it is a directory, not a file).");
+        {
+            EXPECT_EQ(diagnostics[0].message,
+                      u"The graphic options could not be written to ../game/option.ini "
+                      u"(it is a directory, not a file).");
+        }
         EXPECT_EQ(tk.m_quitCodes, std::vector<int>{0});
         using Started = std::vector<std::pair<std::string, int>>;
         EXPECT_EQ(tk.m_processes, (bFail ? Started{{"./patcher.exe", 5}} : Started{}));
