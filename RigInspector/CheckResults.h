@@ -19,8 +19,8 @@ struct SystemResult
     std::uint32_t videoMemoryMb = 0; // report megabytes (1,024,000 bytes)
     bool videoPassed = false;        // false also when the probe failed
     std::uint32_t systemMemoryMb = 0;
-    std::uint64_t systemMemoryBytes = 0; // not saturated at 4 GiB as the report's figure is
     bool memoryPassed = false;
+    std::uint64_t systemMemoryBytes = 0; // not saturated at 4 GiB as the report's figure is
 };
 
 struct FirewallResult
