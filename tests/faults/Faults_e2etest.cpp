@@ -26,6 +26,18 @@ protected:
         EXPECT_TRUE(run.report.ends_with("</body></html>")) << run.report;
     }
 
+    /// The diagnostics but those of the video probe, which depend on the machine.
+    static nlohmann::json SettingsDiagnostics(const e2e::CliRun& run)
+    {
+        nlohmann::json kept = nlohmann::json::array();
+        for (const auto& d : run.json["diagnostics"])
+        {
+            if (!d["code"].get<std::string>().starts_with("video_"))
+                kept.push_back(d);
+        }
+        return kept;
+    }
+
     /// The network steps passed against the server at its default ports.
     static void ExpectNetworkPassed(const e2e::CliRun& run)
     {
@@ -126,7 +138,7 @@ TEST_F(FaultsTest, BrokenSettingsFilesGiveTheDefaults)
             {{"code", "settings_file_unreadable"},
              {"message", "The settings file ./rig_inspector.ini cannot be read (it is larger than 16 MiB), so "
                          "every setting takes its default."}}};
-        EXPECT_EQ(run.json["diagnostics"], nJunk == 0 ? tooLarge : nlohmann::json::array());
+        EXPECT_EQ(SettingsDiagnostics(run), nJunk == 0 ? tooLarge : nlohmann::json::array());
     }
 }
 
@@ -139,7 +151,7 @@ TEST_F(FaultsTest, SettingsThatCannotWorkAreDiagnosed)
     const e2e::CliRun run = Run();
     ExpectFinished(run);
     std::vector<std::string> codes;
-    for (const auto& d : run.json["diagnostics"])
+    for (const auto& d : SettingsDiagnostics(run))
         codes.push_back(d["code"]);
     EXPECT_EQ(codes, (std::vector<std::string>{"host_not_ipv4", "port_out_of_range", "host_not_ipv4",
                                                "port_range_reversed"}));
@@ -174,8 +186,8 @@ TEST_F(FaultsTest, OptionsFolderThatCannotTakeTheFileKeepsTheOldOne)
          "dd if=/dev/zero of=game/filler bs=4096 count=64 2>/dev/null",
          kOld, "filler\noption.ini\n"},
         {"folder read-only, file writable",
-         "cp old.ini game/option.ini && mount --bind game/option.ini game/option.ini && "
-         "mount --bind game game && mount -o remount,bind,ro game || exit 99",
+         "cp old.ini game/option.ini && cp old.ini rw.ini && mount --bind game game && "
+         "mount -o remount,bind,ro game && mount --bind rw.ini game/option.ini || exit 99",
          "(the recommendation)", "option.ini\n"},
     };
     for (const auto& c : cases)
