@@ -20,6 +20,7 @@ struct SystemResult
     bool videoPassed = false;        // false also when the probe failed
     std::uint32_t systemMemoryMb = 0;
     bool memoryPassed = false;
+    std::uint64_t systemMemoryBytes = 0; // not saturated at 4 GiB as the report's figure is
 };
 
 struct FirewallResult
@@ -37,6 +38,9 @@ struct TcpResult
     bool ran = false;
     bool connected = false;
     bool uploadCompleted = false;
+    bool downloadCompleted = false; // all 524,288 bytes arrived
+    std::uint32_t uploadBytes = 0;
+    std::uint32_t downloadBytes = 0;
     double uploadBytesPerSec = 0.0;
     double downloadBytesPerSec = 0.0;
     float uploadKBs = 0.0f; // as printed: bytes/s x (1/1024) in single precision
@@ -56,6 +60,11 @@ struct UdpResult
     std::int32_t avgPingMs = -1;
     std::int32_t maxPingMs = -1;
     std::uint32_t ignored = 0; // datagrams on the pong port that answered no ping
+    std::uint32_t malformed = 0;       // of those: not a pong, or too short to hold
+    std::uint32_t unknownSequence = 0; // of those: a sequence number never sent
+    std::uint32_t badRoundTrip = 0;    // of those: tick or round trip 0 or below
+    std::uint32_t duplicates = 0;      // valid pongs for a ping already answered
+    bool pongPortBound = true;         // false: another program held port 20000
     bool passed = false;       // nothing was lost
     tstring failure;           // what escaped the worker, if anything did
 };

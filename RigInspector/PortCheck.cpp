@@ -65,7 +65,11 @@ void Inspector::CheckUdpPorts()
     Print(u"<br>Checking UDP port");
     {
         FragmentWriter marks(*this, bJoin);
-        for (std::int32_t port = result.firstPort; port < result.endPort; ++port)
+        // Past 65,536 ports every port number (taken modulo 65536) would
+        // only come again, and the range the settings can hold would take
+        // hours: the check stops there (the settings' diagnostics say so).
+        for (std::int32_t port = result.firstPort;
+             port < result.endPort && result.probed < kMaxPortRangeProbes; ++port)
         {
             ++result.probed;
             if (zul::socket::IsUdpPortFree(static_cast<std::uint16_t>(port)))

@@ -1,6 +1,9 @@
+#include "Diagnostics.h"
 #include "RigInspectorApp/AnalyzerSettings.h"
 #include "RigInspectorApp/Inspector.h"
 #include "SystemProbes.h"
+
+VideoProbeDetail g_lastVideoProbe = VideoProbeDetail::Unknown;
 
 namespace
 {
@@ -13,6 +16,32 @@ constexpr float kMhzToGhz = 0.001f;
 double ToGhz(std::int32_t mhz)
 {
     return static_cast<double>(mhz) * static_cast<double>(kMhzToGhz);
+}
+
+/// Why the video memory reads 0, where the probe can tell.
+void DiagnoseNoVideoMemory(VideoProbeDetail detail)
+{
+    switch (detail)
+    {
+    case VideoProbeDetail::NoDevice:
+        GetDiagnostics().Add("video_no_gpu_device",
+                             u"No GPU device is present (only a software renderer, if any), so the video "
+                             u"memory reads 0.");
+        break;
+    case VideoProbeDetail::IntegratedOnly:
+        GetDiagnostics().Add("video_integrated_only",
+                             u"The only GPU is integrated and has no video memory of its own; its share of "
+                             u"system memory is not counted, so the video memory reads 0.");
+        break;
+    case VideoProbeDetail::ProbeFailed:
+    case VideoProbeDetail::Unknown:
+        GetDiagnostics().Add("video_probe_failed",
+                             u"A GPU device is present but its video memory could not be read, so the video "
+                             u"memory reads 0.");
+        break;
+    case VideoProbeDetail::Dedicated:
+        break;
+    }
 }
 } // namespace
 
@@ -47,9 +76,12 @@ void Inspector::CheckSystem()
 
     std::uint32_t videoTotal = 0;
     std::uint32_t videoFree = 0;
+    g_lastVideoProbe = VideoProbeDetail::Unknown;
     result.videoProbeOk = g_systemProbes.GetVideoMemory(videoTotal, videoFree);
     if (!result.videoProbeOk)
         videoTotal = 0;
+    if (videoTotal == 0 && (!result.videoProbeOk || g_lastVideoProbe != VideoProbeDetail::Unknown))
+        DiagnoseNoVideoMemory(g_lastVideoProbe);
     m_VideoMemory = static_cast<std::int32_t>(videoTotal);
     result.videoMemoryMb = videoTotal;
     Print(u"<br>Checking Video Card(<b>%dM</b>)...", videoTotal);
@@ -74,6 +106,7 @@ void Inspector::CheckSystem()
     g_systemProbes.GetSystemMemory(memoryTotal, memoryAvailable);
     m_SystemMemory = static_cast<std::int32_t>(memoryTotal);
     result.systemMemoryMb = memoryTotal;
+    result.systemMemoryBytes = GetPhysicalMemoryBytes();
     Print(u"<br>Checking System Memory(<b>%dM</b>)...", memoryTotal);
     result.memoryPassed = !(memoryTotal < static_cast<std::uint32_t>(g_settings.m_MinSystemMemory));
     if (result.memoryPassed)

@@ -15,6 +15,22 @@ std::uint32_t MeasureCpuSpeed();
 bool GetVideoMemory(std::uint32_t& total, std::uint32_t& free);
 /// Total and available physical memory in report megabytes; always true.
 bool GetSystemMemory(std::uint32_t& total, std::uint32_t& available);
+/// Total physical memory in bytes, not saturated at 4 GiB as the report's
+/// figure is; 0 when the system does not say. For the JSON only.
+std::uint64_t GetPhysicalMemoryBytes();
+
+/// What the last real GetVideoMemory found, so a 0 can be told apart: no GPU
+/// device at all, a probe that failed, or a GPU with no memory of its own
+/// (only its share of system RAM, which is not video memory). Fakes leave it.
+enum class VideoProbeDetail
+{
+    Unknown,
+    Dedicated,
+    IntegratedOnly,
+    NoDevice,
+    ProbeFailed
+};
+extern VideoProbeDetail g_lastVideoProbe;
 
 /// A report megabyte is 1,024,000 bytes.
 constexpr std::uint32_t kReportMegabyte = 1024000u;

@@ -42,14 +42,21 @@ bool IsWindowsXpSp2()
 
 namespace
 {
+#if defined(__x86_64__) || defined(__i386__)
+constexpr bool kHasTimeStampCounter = true;
 std::uint32_t ReadTimeStampLow()
 {
-#if defined(__x86_64__) || defined(__i386__)
     return static_cast<std::uint32_t>(__rdtsc());
-#else
-    return 0; // no time-stamp counter we can read from user space: the check shows 0 MHz
-#endif
 }
+#else
+// No time-stamp counter user space can read (ARM): the kernel's clock figure
+// stands in for the measurement.
+constexpr bool kHasTimeStampCounter = false;
+std::uint32_t ReadTimeStampLow()
+{
+    return 0;
+}
+#endif
 
 /// Raises the calling thread's priority for one measurement where the system
 /// allows it (Linux keeps nice values per thread) and always puts it back.
@@ -80,6 +87,8 @@ private:
 
 std::uint32_t MeasureCpuSpeed()
 {
+    if (!kHasTimeStampCounter)
+        return ReadKernelCpuMhz("/sys/devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq", "/proc/cpuinfo");
     RaisedPriority priority;
     const std::uint32_t start = zul::GetTickCount();
     std::uint32_t reference = start;
@@ -227,6 +236,7 @@ constexpr std::int32_t kVkStructureApplicationInfo = 0;
 constexpr std::int32_t kVkStructureInstanceCreateInfo = 1;
 constexpr std::int32_t kVkStructureMemoryProperties2 = 1000059006;
 constexpr std::int32_t kVkStructureMemoryBudget = 1000237000;
+constexpr std::int32_t kVkPhysicalDeviceTypeIntegrated = 1;
 constexpr std::int32_t kVkPhysicalDeviceTypeCpu = 4;
 constexpr std::uint32_t kVkHeapDeviceLocal = 1;
 constexpr std::uint32_t kVkApiVersion11 = (1u << 22) | (1u << 12);
@@ -300,8 +310,9 @@ struct alignas(8) VkPhysicalDevicePropertiesBuffer
     unsigned char rest[4096];
 };
 
-bool ReadVulkanVideoMemory(std::uint64_t& totalBytes, std::uint64_t& freeBytes)
+bool ReadVulkanVideoMemory(std::uint64_t& totalBytes, std::uint64_t& freeBytes, bool& bSawIntegrated)
 {
+    bSawIntegrated = false;
     Library vulkan("libvulkan.so.1");
     using GetProc = PFN_vkVoidFunction (*)(VkInstance, const char*);
     const auto getProc = vulkan.Get<GetProc>("vkGetInstanceProcAddr");
@@ -361,6 +372,14 @@ bool ReadVulkanVideoMemory(std::uint64_t& totalBytes, std::uint64_t& freeBytes)
                 getProperties(device, properties.get());
                 if (properties->deviceType == kVkPhysicalDeviceTypeCpu)
                     continue; // a software renderer's heap is system memory
+                // An integrated GPU's device-local heap is its share of system
+                // RAM, not memory of its own: DirectDraw's local video memory
+                // never counted it, and neither do we.
+                if (properties->deviceType == kVkPhysicalDeviceTypeIntegrated)
+                {
+                    bSawIntegrated = true;
+                    continue;
+                }
                 VkPhysicalDeviceMemoryProperties memory{};
                 getMemory(device, &memory);
                 std::uint64_t total = 0;
@@ -420,6 +439,7 @@ struct ChildAnswer
     std::uint64_t ok;
     std::uint64_t total;
     std::uint64_t free;
+    std::uint64_t integrated; // only an integrated GPU answered
 };
 
 // Loading the GPU libraries loads every installed driver: measured here, the
@@ -429,8 +449,9 @@ struct ChildAnswer
 // analyzer, and a time-out bounds it.
 constexpr int kChildTimeoutMs = 5000;
 
-bool ReadDriverVideoMemoryInChild(std::uint64_t& totalBytes, std::uint64_t& freeBytes)
+bool ReadDriverVideoMemoryInChild(std::uint64_t& totalBytes, std::uint64_t& freeBytes, bool& bIntegratedOnly)
 {
+    bIntegratedOnly = false;
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0)
         return false;
@@ -451,10 +472,12 @@ bool ReadDriverVideoMemoryInChild(std::uint64_t& totalBytes, std::uint64_t& free
             ::dup2(devNull, STDERR_FILENO);
         }
         ChildAnswer answer{};
+        bool bSawIntegrated = false;
         answer.ok = (ReadNvmlVideoMemory(answer.total, answer.free) ||
-                     ReadVulkanVideoMemory(answer.total, answer.free))
+                     ReadVulkanVideoMemory(answer.total, answer.free, bSawIntegrated))
                         ? 1
                         : 0;
+        answer.integrated = answer.ok == 0 && bSawIntegrated ? 1 : 0;
         (void)!::write(fds[1], &answer, sizeof answer);
         ::_exit(0);
     }
@@ -487,7 +510,10 @@ bool ReadDriverVideoMemoryInChild(std::uint64_t& totalBytes, std::uint64_t& free
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR)
     {
     }
-    if (got != sizeof answer || answer.ok == 0)
+    if (got != sizeof answer)
+        return false;
+    bIntegratedOnly = answer.integrated != 0;
+    if (answer.ok == 0)
         return false;
     totalBytes = answer.total;
     freeBytes = answer.free;
@@ -501,12 +527,27 @@ bool GetVideoMemory(std::uint32_t& total, std::uint32_t& free)
     free = 0;
     std::uint64_t totalBytes = 0;
     std::uint64_t freeBytes = 0;
+    g_lastVideoProbe = VideoProbeDetail::Dedicated;
     // Every hardware driver answers through a device node; without one, the
     // child would load every installed driver (about 100 ms) only to find the
     // software renderers, whose memory is system memory.
-    if (!ReadDrmVideoMemory("/sys/class/drm", totalBytes, freeBytes) &&
-        !(HasGpuDeviceNode("/dev") && ReadDriverVideoMemoryInChild(totalBytes, freeBytes)))
-        return false;
+    if (!ReadDrmVideoMemory("/sys/class/drm", totalBytes, freeBytes))
+    {
+        if (!HasGpuDeviceNode("/dev"))
+        {
+            g_lastVideoProbe = VideoProbeDetail::NoDevice;
+            return false;
+        }
+        bool bIntegratedOnly = false;
+        if (!ReadDriverVideoMemoryInChild(totalBytes, freeBytes, bIntegratedOnly))
+        {
+            // A GPU without memory of its own has 0 MB of it: a measurement,
+            // not a failed probe.
+            g_lastVideoProbe =
+                bIntegratedOnly ? VideoProbeDetail::IntegratedOnly : VideoProbeDetail::ProbeFailed;
+            return bIntegratedOnly;
+        }
+    }
     total = BytesToReportMegabytes(totalBytes);
     free = BytesToReportMegabytes(freeBytes);
     return true;
@@ -525,4 +566,37 @@ bool GetSystemMemory(std::uint32_t& total, std::uint32_t& available)
     total = BytesToReportMegabytes(static_cast<std::uint64_t>(info.totalram) * unit);
     available = BytesToReportMegabytes((static_cast<std::uint64_t>(info.freeram) + info.bufferram) * unit);
     return true;
+}
+
+std::uint64_t GetPhysicalMemoryBytes()
+{
+    struct sysinfo info
+    {
+    };
+    if (::sysinfo(&info) != 0)
+        return 0;
+    return static_cast<std::uint64_t>(info.totalram) * (info.mem_unit == 0 ? 1 : info.mem_unit);
+}
+
+std::uint32_t ReadKernelCpuMhz(const std::string& cpufreqFile, const std::string& cpuinfoFile)
+{
+    // cpufreq gives the highest clock in kHz: what the time-stamp method sees
+    // on a CPU that is busy measuring.
+    std::ifstream cpufreq(cpufreqFile);
+    std::uint64_t kHz = 0;
+    if (cpufreq >> kHz && kHz >= 1000)
+        return static_cast<std::uint32_t>(std::min<std::uint64_t>(kHz / 1000, 0xFFFFFFFFu));
+    // Without cpufreq, the kernel's figure for the first CPU ("cpu MHz : 1800.000").
+    std::ifstream cpuinfo(cpuinfoFile);
+    std::string line;
+    while (std::getline(cpuinfo, line))
+    {
+        const std::size_t colon = line.find(':');
+        if (colon == std::string::npos || line.compare(0, 7, "cpu MHz") != 0)
+            continue;
+        const double mhz = std::strtod(line.c_str() + colon + 1, nullptr);
+        if (mhz >= 1.0 && mhz < 4294967295.0)
+            return static_cast<std::uint32_t>(mhz);
+    }
+    return 0;
 }

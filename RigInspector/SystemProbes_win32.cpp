@@ -87,6 +87,7 @@ bool GetVideoMemory(std::uint32_t& total, std::uint32_t& free)
 {
     total = 0;
     free = 0;
+    g_lastVideoProbe = VideoProbeDetail::ProbeFailed;
     const HMODULE hModule = ::LoadLibraryA("ddraw.dll");
     if (hModule == nullptr)
         return false;
@@ -121,6 +122,8 @@ bool GetVideoMemory(std::uint32_t& total, std::uint32_t& free)
     if (pDirectDraw != nullptr)
         pDirectDraw->Release();
     ::FreeLibrary(hModule);
+    // DirectDraw cannot tell a missing device from a failing one.
+    g_lastVideoProbe = bResult ? VideoProbeDetail::Dedicated : VideoProbeDetail::ProbeFailed;
     return bResult;
 }
 

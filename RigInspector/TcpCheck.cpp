@@ -1,3 +1,4 @@
+#include "Diagnostics.h"
 #include "NetworkReport.h"
 #include "RigInspectorApp/AnalyzerSettings.h"
 #include "RigInspectorApp/Inspector.h"
@@ -32,6 +33,10 @@ void ReportTcpResult(const TcpChecker& checker, const tstring& failure)
     result.failure = failure;
     result.connected = checker.m_bConnected;
     result.uploadCompleted = checker.m_bUploadCompleted;
+    result.uploadBytes = checker.m_UploadBytes;
+    result.downloadBytes = checker.m_DownloadBytes;
+    result.downloadCompleted =
+        checker.m_DownloadBytes >= static_cast<std::uint32_t>(TcpChecker::kBlockSize * TcpChecker::kBlockCount);
     result.uploadBytesPerSec = checker.m_UploadSpeed;
     result.downloadBytesPerSec = checker.m_DownloadSpeed;
     if (result.connected)
@@ -46,7 +51,8 @@ void ReportTcpResult(const TcpChecker& checker, const tstring& failure)
 
     // A worker that did not finish has measured nothing it can vouch for.
     if (!result.failure.empty())
-        PrintWorkerFailure(result.failure);
+        DiagnoseWorkerFailure(u"speed", result.failure);
+    DiagnoseShortDownload(result);
     result.passed = result.failure.empty() && !(result.uploadKBs < kMinKBs) &&
                     !(result.downloadKBs < kMinKBs) && result.uploadCompleted;
     if (!result.passed)
@@ -58,4 +64,15 @@ void ReportTcpResult(const TcpChecker& checker, const tstring& failure)
             g_settings.m_MinRequirementUrl);
     }
     result.ran = true;
+}
+
+void DiagnoseShortDownload(const TcpResult& result)
+{
+    // Without a connection there was no download to cut short.
+    if (!result.connected || result.downloadCompleted)
+        return;
+    GetDiagnostics().Add("download_incomplete",
+                         zul::FormatString(u"The download stopped after %d of 524288 bytes, so its speed is "
+                                           u"measured over what arrived.",
+                                           static_cast<int>(result.downloadBytes)));
 }

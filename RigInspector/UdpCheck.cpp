@@ -1,4 +1,6 @@
+#include "Diagnostics.h"
 #include "NetworkReport.h"
+#include "PortOwners.h"
 #include "RigInspectorApp/AnalyzerSettings.h"
 #include "RigInspectorApp/Inspector.h"
 #include "UdpChecker.h"
@@ -14,6 +16,62 @@ void Inspector::CheckUdp()
     checker.Start(false);
     checker.Wait(zul::INFINITE_WAIT);
     ReportUdpResult(checker, DescribeWorkerFailure(checker));
+    if (!checker.m_bPongPortBound)
+        DiagnosePongPortHeld(checker.m_LocalPort, FindUdpPortOwners(checker.m_LocalPort));
+}
+
+void DiagnosePongPortHeld(std::uint16_t port, const std::vector<PortOwner>& owners)
+{
+    tstring holders;
+    for (const PortOwner& owner : owners)
+    {
+        if (!holders.empty())
+            holders += u", ";
+        holders += owner.executable.empty()
+                       ? zul::FormatString(u"process %d", static_cast<int>(owner.pid))
+                       : zul::FormatString(u"process %d, %s", static_cast<int>(owner.pid), owner.executable);
+    }
+    GetDiagnostics().Add(
+        "pong_port_held",
+        holders.empty()
+            ? zul::FormatString(u"Port %d is held by another program that the system does not name, so no "
+                                u"pong could be received.",
+                                static_cast<int>(port))
+            : zul::FormatString(u"Port %d is held by another program (%s), so no pong could be received.",
+                                static_cast<int>(port), holders));
+}
+
+// Pongs lost among junk are not a blocked port: say what came instead.
+void DiagnoseRefusedPongs(const UdpResult& result, std::uint16_t port)
+{
+    if (result.ignored > 0)
+    {
+        tstring reasons;
+        const struct
+        {
+            std::uint32_t count;
+            const char16_t* reason;
+        } kinds[] = {{result.malformed, u"not a pong"},
+                     {result.unknownSequence, u"a sequence number never sent"},
+                     {result.badRoundTrip, u"a round trip of 0 ms or a tick count of 0 or below"}};
+        for (const auto& kind : kinds)
+        {
+            if (kind.count == 0)
+                continue;
+            if (!reasons.empty())
+                reasons += u"; ";
+            reasons += zul::FormatString(u"%d with %s", static_cast<int>(kind.count), kind.reason);
+        }
+        GetDiagnostics().Add("pongs_refused",
+                             zul::FormatString(u"%d datagrams that answered no ping came to port %d (%s).",
+                                               static_cast<int>(result.ignored), static_cast<int>(port),
+                                               reasons));
+    }
+    if (result.duplicates > 0)
+        GetDiagnostics().Add("pongs_duplicated",
+                             zul::FormatString(u"%d pongs answered a ping already answered; their round trips "
+                                               u"count again in the figures.",
+                                               static_cast<int>(result.duplicates)));
 }
 
 void ReportUdpResult(const UdpChecker& checker, const tstring& failure)
@@ -29,6 +87,11 @@ void ReportUdpResult(const UdpChecker& checker, const tstring& failure)
     result.minPingMs = checker.m_MinPing;
     result.maxPingMs = checker.m_MaxPing;
     result.ignored = checker.m_IgnoredCount;
+    result.malformed = checker.m_MalformedCount;
+    result.unknownSequence = checker.m_UnknownSequenceCount;
+    result.badRoundTrip = checker.m_BadRoundTripCount;
+    result.duplicates = checker.m_DuplicateCount;
+    result.pongPortBound = checker.m_bPongPortBound;
     // Divided by the pings sent, not answered: each loss pulls the average down.
     result.avgPingMs =
         result.sent == 0
@@ -47,15 +110,11 @@ void ReportUdpResult(const UdpChecker& checker, const tstring& failure)
     g_inspector.Print(u"<br>\tavg ping : %3d ms", result.avgPingMs);
     g_inspector.Print(u"<br>\tmax ping : %3d ms", result.maxPingMs);
 
-    // A worker that stopped early (no socket, say) is named on a line of its
-    // own; the port-forwarding steps would send the user the wrong way then,
-    // so they follow only a real loss.
+    // A worker that stopped early (no socket, say) sent nothing, so nothing
+    // was lost: the port-forwarding steps would send the user the wrong way.
     if (!result.failure.empty())
-        PrintWorkerFailure(result.failure);
-    // Pongs lost among junk are not a blocked port: say what came instead.
-    if (result.lost > 0 && result.ignored > 0)
-        g_inspector.Print(u"<br><font color=red>\t%d datagrams that answered no ping came to port %d.</font>",
-                          static_cast<int>(result.ignored), static_cast<int>(checker.m_LocalPort));
+        DiagnoseWorkerFailure(u"UDP echo", result.failure);
+    DiagnoseRefusedPongs(result, checker.m_LocalPort);
     if (result.lost > 0)
     {
         const tstring& guide = g_settings.m_PortForwardUrl;

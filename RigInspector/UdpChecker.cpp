@@ -59,6 +59,11 @@ void UdpChecker::Reset()
     m_TotalPing = 0;
     m_Answered.clear();
     m_IgnoredCount = 0;
+    m_MalformedCount = 0;
+    m_UnknownSequenceCount = 0;
+    m_BadRoundTripCount = 0;
+    m_DuplicateCount = 0;
+    m_bPongPortBound = true;
 }
 
 void UdpChecker::AddPingTime(std::int32_t pingTime)
@@ -92,6 +97,17 @@ bool UdpChecker::AllAnswered() const
     return std::find(m_Answered.begin(), m_Answered.end(), false) == m_Answered.end();
 }
 
+void UdpChecker::CountRefused(const std::optional<EchoText::Fields>& fields)
+{
+    ++m_IgnoredCount;
+    if (!fields)
+        ++m_MalformedCount;
+    else if (fields->m_Seq < 0 || fields->m_Seq >= SentCount())
+        ++m_UnknownSequenceCount;
+    else
+        ++m_BadRoundTripCount;
+}
+
 // A socket that cannot be made fails the DatagramSocket constructor's
 // assertion here, on the worker; the exception ends Run and the check reports
 // it (see DescribeWorkerFailure). A datagram too short to be held (under 8
@@ -101,6 +117,7 @@ unsigned int UdpChecker::Run()
     m_bRunning = true;
     zul::socket::DatagramSocket pingSocket(0, false);
     zul::socket::DatagramSocket pongSocket(m_LocalPort, false);
+    m_bPongPortBound = pongSocket.GetLastError() == 0;
     if (!pingSocket.SetNonBlocking() || !pongSocket.SetNonBlocking())
         return 0;
 
@@ -127,7 +144,7 @@ unsigned int UdpChecker::Run()
         // One datagram a turn, no more: the turn's pause is what keeps the
         // worker from spinning. Junk on the port is counted, so that a run
         // whose pongs were lost behind it can say so instead of only blaming
-        // blocked ports.
+        // blocked ports (in the diagnostics; the report stays as it was).
         bool bTaken = false;
         if (const PooledDatagram pong{pongSocket.ReceiveFrom(bTaken)})
         {
@@ -135,17 +152,20 @@ unsigned int UdpChecker::Run()
             if (const auto rtt =
                     fields ? AcceptPong(*fields, SentCount(), zul::GetTickCount()) : std::nullopt)
             {
-                m_Answered[static_cast<std::size_t>(fields->m_Seq)] = true;
+                const auto seq = static_cast<std::size_t>(fields->m_Seq);
+                if (m_Answered[seq])
+                    ++m_DuplicateCount;
+                m_Answered[seq] = true;
                 AddPingTime(*rtt);
             }
             else
             {
-                ++m_IgnoredCount;
+                CountRefused(fields);
             }
         }
         else if (bTaken)
         {
-            ++m_IgnoredCount; // shorter than a datagram can hold
+            CountRefused(std::nullopt); // shorter than a datagram can hold
         }
         zul::Sleep(m_Interval);
         if (!m_bRunning)

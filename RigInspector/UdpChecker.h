@@ -47,10 +47,19 @@ public:
     std::int32_t m_MaxPing = -1;
     std::uint32_t m_TotalPing = 0;
     std::vector<bool> m_Answered;
-    /// Datagrams on the pong port that answered none of our pings (junk,
-    /// short, unknown sequence numbers).
+    /// Datagrams on the pong port that answered none of our pings, in all
+    /// and by reason: not a pong at all (or too short to hold), a sequence
+    /// number never sent, a tick or round trip of 0 or below.
     std::uint32_t m_IgnoredCount = 0;
+    std::uint32_t m_MalformedCount = 0;
+    std::uint32_t m_UnknownSequenceCount = 0;
+    std::uint32_t m_BadRoundTripCount = 0;
+    /// Valid pongs for a ping already answered; they count again.
+    std::uint32_t m_DuplicateCount = 0;
+    /// False when the pong socket could not take m_LocalPort.
+    bool m_bPongPortBound = true;
 
 private:
     bool AllAnswered() const;
+    void CountRefused(const std::optional<EchoText::Fields>& fields);
 };

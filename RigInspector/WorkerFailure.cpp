@@ -3,35 +3,13 @@
 #include <exception>
 #include <string>
 
-#include "RigInspectorApp/Inspector.h"
+#include "Diagnostics.h"
+#include "share/common/Format.h"
 #include "share/common/Error.h"
 #include "share/common/StringUtil.h"
 
 namespace
 {
-tstring EscapeHtml(const tstring& text)
-{
-    tstring escaped;
-    for (char16_t c : text)
-    {
-        switch (c)
-        {
-        case u'&':
-            escaped += u"&amp;";
-            break;
-        case u'<':
-            escaped += u"&lt;";
-            break;
-        case u'>':
-            escaped += u"&gt;";
-            break;
-        default:
-            escaped += c;
-        }
-    }
-    return escaped;
-}
-
 // An assertion record runs over several lines; its first names the place,
 // which is what a user can pass on. The rest is in assertion_failed.log.
 tstring FirstLine(const tstring& text)
@@ -63,10 +41,11 @@ tstring DescribeWorkerFailure(const zul::Thread& worker)
     {
     }
     text = FirstLine(text);
-    return EscapeHtml(text.empty() ? tstring(u"unknown error") : text);
+    return text.empty() ? tstring(u"unknown error") : text;
 }
 
-void PrintWorkerFailure(const tstring& failure)
+void DiagnoseWorkerFailure(const char16_t* testName, const tstring& failure)
 {
-    g_inspector.Print(u"<br><font color=red>\tThe test stopped on an internal error: %s</font>", failure);
+    GetDiagnostics().Add("check_stopped_on_error",
+                         zul::FormatString(u"The %s test stopped on an internal error: %s", testName, failure));
 }

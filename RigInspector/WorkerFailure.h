@@ -4,9 +4,9 @@
 #include "share/common/Thread.h"
 
 /// One line naming what escaped the ended worker's Run (the first line of an
-/// exception's text, HTML-escaped), or empty when Run returned normally.
+/// exception's text), or empty when Run returned normally.
 tstring DescribeWorkerFailure(const zul::Thread& worker);
 
-/// The red report line for a failure that DescribeWorkerFailure named; the
-/// check then fails whatever its figures say.
-void PrintWorkerFailure(const tstring& failure);
+/// The diagnostic for a failure that DescribeWorkerFailure named; the check
+/// then fails whatever its figures say. testName: "speed" or "UDP echo".
+void DiagnoseWorkerFailure(const char16_t* testName, const tstring& failure);

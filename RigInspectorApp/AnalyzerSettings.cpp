@@ -1,6 +1,9 @@
 #include "AnalyzerSettings.h"
 
 #include "IniFile.h"
+#include "RigInspector/Diagnostics.h"
+#include "share/common/Format.h"
+#include "share/common/StringUtil.h"
 
 namespace
 {
@@ -16,12 +19,81 @@ std::string NarrowPath(const char16_t* path)
         out.push_back(static_cast<char>(*p)); // the fixed name is ASCII
     return out;
 }
+bool IsDottedIPv4(const tstring& host)
+{
+    int parts = 0;
+    std::size_t i = 0;
+    while (parts < 4)
+    {
+        int value = 0;
+        std::size_t digits = 0;
+        while (i < host.size() && host[i] >= u'0' && host[i] <= u'9' && digits < 4)
+        {
+            value = value * 10 + (host[i] - u'0');
+            ++i;
+            ++digits;
+        }
+        if (digits == 0 || digits > 3 || value > 255)
+            return false;
+        ++parts;
+        if (parts < 4 && (i >= host.size() || host[i++] != u'.'))
+            return false;
+    }
+    return i == host.size();
+}
+
+void CheckHost(Diagnostics& diagnostics, const char16_t* section, const tstring& host)
+{
+    if (!IsDottedIPv4(host))
+        diagnostics.Add("host_not_ipv4",
+                        zul::FormatString(u"The [%s] host \"%s\" is not an IPv4 address in dotted form, and "
+                                          u"hosts are never looked up by name, so this test cannot reach "
+                                          u"its server.",
+                                          section, host));
+}
+
+void CheckPort(Diagnostics& diagnostics, const char16_t* section, std::int32_t port)
+{
+    if (port < 1 || port > 65535)
+        diagnostics.Add("port_out_of_range",
+                        zul::FormatString(u"The [%s] port %d is outside 1 to 65535, so port %d is used "
+                                          u"instead.",
+                                          section, port, static_cast<int>(static_cast<std::uint16_t>(port))));
+}
+
+void CheckSettings(Diagnostics& diagnostics, const AnalyzerSettings& s)
+{
+    CheckHost(diagnostics, u"tcp", s.m_TcpHost);
+    CheckPort(diagnostics, u"tcp", s.m_TcpPort);
+    CheckHost(diagnostics, u"udp", s.m_UdpHost);
+    CheckPort(diagnostics, u"udp", s.m_UdpPort);
+    const std::int64_t span = static_cast<std::int64_t>(s.m_CheckPortMax) - s.m_CheckPortMin;
+    if (span < 0)
+        diagnostics.Add("port_range_reversed",
+                        zul::FormatString(u"The [udp] check_port_min %d is above check_port_max %d, so no "
+                                          u"local port is checked.",
+                                          s.m_CheckPortMin, s.m_CheckPortMax));
+    else if (span > kMaxPortRangeProbes)
+        diagnostics.Add("port_range_too_wide",
+                        zul::FormatString(u"The [udp] port range %d to %d spans more than 65,536 ports, so "
+                                          u"only its first 65,536 ports are checked.",
+                                          s.m_CheckPortMin, s.m_CheckPortMax));
+}
 } // namespace
 
-AnalyzerSettings::AnalyzerSettings() : AnalyzerSettings(NarrowPath(g_settingsFile)) {}
+AnalyzerSettings::AnalyzerSettings() : AnalyzerSettings(NarrowPath(g_settingsFile), &GetDiagnostics()) {}
 
-AnalyzerSettings::AnalyzerSettings(const std::string& path)
+AnalyzerSettings::AnalyzerSettings(const std::string& path, Diagnostics* pDiagnostics)
 {
+    if (pDiagnostics != nullptr)
+    {
+        const tstring why = DescribeUnreadableProfile(path);
+        if (!why.empty())
+            pDiagnostics->Add("settings_file_unreadable",
+                              zul::FormatString(u"The settings file %s cannot be read (%s), so every setting "
+                                                u"takes its default.",
+                                                zul::Utf8ToUtf16(path), why));
+    }
     m_TcpHost = GetPrivateProfileString(u"tcp", u"host", kDefaultHost, path);
     m_TcpPort = GetPrivateProfileInt(u"tcp", u"port", 9999, path);
     m_UdpHost = GetPrivateProfileString(u"udp", u"host", kDefaultHost, path);
@@ -36,6 +108,8 @@ AnalyzerSettings::AnalyzerSettings(const std::string& path)
                                                   tstring(kGameSite) + u"/Gameguide/systemreq.asp", path);
     m_PortForwardUrl = GetPrivateProfileString(u"url", u"portforward",
                                                tstring(u"http://") + kPortForwardGuideHost + u"/", path);
+    if (pDiagnostics != nullptr)
+        CheckSettings(*pDiagnostics, *this);
 }
 
 AnalyzerSettings g_settings;

@@ -6,6 +6,8 @@
 
 #include "share/common/TString.h"
 
+class Diagnostics;
+
 /// The settings file, relative to the working directory (not the executable's folder).
 inline constexpr char16_t g_settingsFile[] = u"./rig_inspector.ini";
 
@@ -13,14 +15,20 @@ inline constexpr char16_t g_settingsFile[] = u"./rig_inspector.ini";
 /// check names it as the link text of its instructions.
 inline constexpr char16_t kPortForwardGuideHost[] = u"portforward-guide.example";
 
+/// The port check probes at most this many ports: past it every port number
+/// (taken modulo 65536) would only repeat.
+inline constexpr std::int64_t kMaxPortRangeProbes = 65536;
+
 class AnalyzerSettings
 {
 public:
     /// Loads g_settingsFile; a missing file, section or key gives the default.
     AnalyzerSettings();
     /// Loads the given file instead, so that tests never depend on the
-    /// directory they are started in.
-    explicit AnalyzerSettings(const std::string& path);
+    /// directory they are started in. Values that cannot work as given, and a
+    /// file that exists but cannot be read, are told to pDiagnostics; they are
+    /// still stored unchanged.
+    explicit AnalyzerSettings(const std::string& path, Diagnostics* pDiagnostics = nullptr);
 
     tstring m_TcpHost;
     std::int32_t m_TcpPort = 0;

@@ -2,6 +2,8 @@
 
 #include "Inspector.h"
 #include "InspectorApp.h"
+#include "RigInspector/Diagnostics.h"
+#include "share/common/StringUtil.h"
 
 const std::string g_optionFile = "../game/option.ini";
 
@@ -89,12 +91,18 @@ bool CGraphicConfigDlg::WriteOptions()
         {u"event_screen", m_pPipHigh},
         {u"char_lod", m_pCharHigh},
     };
+    // One write for the four: a run ended between two keys must not leave the
+    // game with some of the old choices and some of the new.
+    std::vector<std::pair<tstring, tstring>> entries;
     for (const auto& option : options)
-    {
-        if (!m_writer(u"video", option.key, IsChecked(option.pHigh) ? u"1" : u"0", g_optionFile))
-            return false;
-    }
-    return true;
+        entries.emplace_back(option.key, IsChecked(option.pHigh) ? u"1" : u"0");
+    tstring why;
+    if (m_writer(u"video", entries, g_optionFile, &why))
+        return true;
+    GetDiagnostics().Add("options_write_failed",
+                         zul::FormatString(u"The graphic options could not be written to %s (%s).",
+                                           zul::Utf8ToUtf16(g_optionFile), why.empty() ? tstring(u"unknown error") : why));
+    return false;
 }
 
 void CGraphicConfigDlg::OnBnClickedOk()

@@ -37,10 +37,11 @@ GraphicRecommendation RecommendGraphicOptions(std::int32_t cpuSpeed, std::int32_
 /// "high", "middle" or "low".
 const char* TierName(GraphicRecommendation::Tier tier);
 
-/// The profile write WriteOptions uses (WritePrivateProfileString's shape);
+/// The profile write WriteOptions uses (WritePrivateProfileStrings' shape);
 /// replaceable so tests can watch the order and make a write fail.
-using ProfileWriter = std::function<bool(const tstring& section, const tstring& key, const tstring& value,
-                                         const std::string& path)>;
+using ProfileWriter =
+    std::function<bool(const tstring& section, const std::vector<std::pair<tstring, tstring>>& entries,
+                       const std::string& path, tstring* pWhy)>;
 
 class CGraphicConfigDlg : public CDialogLogic
 {
@@ -50,13 +51,13 @@ public:
     static constexpr char kPatcherCommand[] = "./patcher.exe";
     static constexpr int kShowMode = 5; // SW_SHOW
 
-    explicit CGraphicConfigDlg(ProfileWriter writer = &WritePrivateProfileString);
+    explicit CGraphicConfigDlg(ProfileWriter writer = &WritePrivateProfileStrings);
 
     bool OnInitDialog() override;
     /// Checks the buttons for g_inspector's measured values, 1001 to 1008 in order.
     void Recommend();
-    /// Writes shadow, audience, event_screen, char_lod; stops at the first
-    /// failed write. True when all four were written.
+    /// Writes shadow, audience, event_screen, char_lod as one unit: all four
+    /// or none (a failure is a diagnostic). True when they were written.
     bool WriteOptions();
     void OnBnClickedOk();
     void OnBnClickedCancel();

@@ -1,9 +1,10 @@
 #pragma once
 // The INI profile operations the settings and the options file use, with the
-// Windows profile API's semantics: on Windows the API itself, elsewhere our
-// own reader and writer (see IniFile_posix.cpp for the rules we chose where
-// that API leaves them open).
+// Windows profile API's semantics (see IniFile.cpp for the rules we chose
+// where that API leaves them open).
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "share/common/TString.h"
 
@@ -19,12 +20,18 @@ int GetPrivateProfileInt(const tstring& section, const tstring& key, int default
                          const std::string& path);
 
 /// Sets [section] key to value, creating the file, the section or the key when
-/// missing and keeping every other byte of the file. On Linux the file is
-/// replaced atomically, never left half-written. False, without writing, for
-/// an entry that is not storable. True when the write succeeded.
+/// missing and keeping every other byte of the file. True when the write
+/// succeeded.
 bool WritePrivateProfileString(const tstring& section, const tstring& key, const tstring& value,
                                const std::string& path);
 
-/// False for an entry the file could not give back: an empty section or key,
-/// a line break anywhere, ']' in the section or '=' in the key.
-bool IsStorableProfileEntry(const tstring& section, const tstring& key, const tstring& value);
+/// Sets several keys of one section as one unit: the file gets all of them or
+/// none. It is replaced in one step where its folder allows, rewritten in
+/// place where only the file is writable. On failure, pWhy (when given) says
+/// why in one plain clause.
+bool WritePrivateProfileStrings(const tstring& section, const std::vector<std::pair<tstring, tstring>>& entries,
+                                const std::string& path, tstring* pWhy = nullptr);
+
+/// Why the file exists but cannot be read as a profile (a directory, a FIFO,
+/// no permission, too large), or empty when it can be read or is missing.
+tstring DescribeUnreadableProfile(const std::string& path);

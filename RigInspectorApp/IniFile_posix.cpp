@@ -1,379 +1,41 @@
-// The Linux build's profile functions. Hand-written: no library reproduces the Windows profile API's rules (default
-// for anything missing, the 511-character cut, _wtoi integers, in-place edits).
-//
-// Rules chosen where that API leaves us free, each with the reason:
-// - Encoding: UTF-8, with or without a byte-order mark (skipped when reading,
-//   kept when writing). A UTF-16 file with its byte-order mark (FF FE or FE FF)
-//   is read and written in its own encoding, as Notepad-made profiles are.
-//   Without a mark the file is UTF-8; invalid bytes read as U+FFFD but are
-//   never rewritten unless they sit on the one line that is replaced.
-// - Line ends: "\r\n", "\n" and a lone "\r" all end a line, so no "\r" can
-//   ever reach a value (a URL with a trailing "\r" would be broken).
-// - Blanks (space, tab) around section names, keys and values are dropped.
-// - Comments: a line whose first non-blank character is ';' or '#'. There are
-//   no comments after a value: URLs carry '#' and ';'.
-// - Quotes: one pair of matching double or single quotes around a whole value
-//   is removed, as Windows does, so a value can keep blanks at its ends.
-// - Duplicate sections are one section; the first occurrence of a key wins,
-//   and the writer replaces exactly the occurrence the reader returns.
-// - Keys before the first section belong to no section and are never found.
-// - A line opening with '[' but without ']' is not a section header.
-// - Names ignore case for ASCII letters only, as the C runtime's _wcsicmp in
-//   the "C" locale does; the names this program uses are ASCII.
-// - The 511-character cut never leaves half a surrogate pair: a high
-//   surrogate that would end the value is dropped too (510 characters).
-#include "IniFile.h"
-
-#include "share/common/StringUtil.h"
+// The profile files on POSIX: open without waiting, accept only regular
+// files, replace by rename from a temporary file beside the target.
+#include "IniFileIo.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
-#include <cstdio>
 #include <cstdlib>
-#include <optional>
-#include <vector>
+#include <cstring>
 
+#include "share/common/StringUtil.h"
+
+namespace ini_io
+{
 namespace
 {
-constexpr std::size_t kMaxValueChars = 511;
-// A settings or options file is a few hundred bytes; anything this large is
-// not one of ours and is treated as unreadable rather than parsed. Every key
-// read parses the whole file again, so the cap bounds start-up: a 10 MB file
-// of short lines took minutes and half a gigabyte to load twelve keys from.
-constexpr off_t kMaxFileBytes = 64 * 1024;
-
-enum class Encoding
+tstring ErrnoText(int error)
 {
-    Utf8,
-    Utf16Le,
-    Utf16Be
-};
-
-struct Line
-{
-    std::size_t begin = 0; // first byte of the content
-    std::size_t end = 0;   // one past the content, where the line end starts
-    std::size_t next = 0;  // one past the line end
-    tstring text;          // the decoded content
-    bool isSection = false;
-    bool isKey = false;
-    tstring name;               // section name or key, trimmed
-    std::size_t valueStart = 0; // in text: the first character after '=' and its blanks
-};
-
-struct Document
-{
-    Encoding encoding = Encoding::Utf8;
-    std::size_t bomBytes = 0;
-    std::string bytes;
-    std::vector<Line> lines;
-};
-
-bool IsBlank(char16_t c)
-{
-    return c == u' ' || c == u'\t';
+    return zul::ToWide(std::string(std::strerror(error)));
 }
 
-tstring TrimBlanks(const tstring& text)
+/// Why a file of this kind is not a profile, or empty for a regular file.
+tstring NotAFile(mode_t mode)
 {
-    std::size_t first = 0;
-    std::size_t last = text.size();
-    while (first < last && IsBlank(text[first]))
-        ++first;
-    while (last > first && IsBlank(text[last - 1]))
-        --last;
-    return text.substr(first, last - first);
-}
-
-char16_t AsciiLower(char16_t c)
-{
-    return (c >= u'A' && c <= u'Z') ? static_cast<char16_t>(c - u'A' + u'a') : c;
-}
-
-bool NamesEqual(const tstring& a, const tstring& b)
-{
-    if (a.size() != b.size())
-        return false;
-    for (std::size_t i = 0; i < a.size(); ++i)
-    {
-        if (AsciiLower(a[i]) != AsciiLower(b[i]))
-            return false;
-    }
-    return true;
-}
-
-std::size_t UnitBytes(Encoding encoding)
-{
-    return encoding == Encoding::Utf8 ? 1 : 2;
-}
-
-char16_t UnitAt(const Document& doc, std::size_t offset)
-{
-    const auto b0 = static_cast<unsigned char>(doc.bytes[offset]);
-    if (doc.encoding == Encoding::Utf8)
-        return b0;
-    const auto b1 = static_cast<unsigned char>(doc.bytes[offset + 1]);
-    return doc.encoding == Encoding::Utf16Le ? static_cast<char16_t>(b0 | (b1 << 8))
-                                             : static_cast<char16_t>((b0 << 8) | b1);
-}
-
-std::string Encode(Encoding encoding, const tstring& text)
-{
-    if (encoding == Encoding::Utf8)
-        return zul::Utf16ToUtf8(text);
-    std::string out;
-    for (char16_t c : text)
-    {
-        const char lo = static_cast<char>(c & 0xFF);
-        const char hi = static_cast<char>(c >> 8);
-        if (encoding == Encoding::Utf16Le)
-        {
-            out.push_back(lo);
-            out.push_back(hi);
-        }
-        else
-        {
-            out.push_back(hi);
-            out.push_back(lo);
-        }
-    }
-    return out;
-}
-
-tstring DecodeRange(const Document& doc, std::size_t begin, std::size_t end)
-{
-    if (doc.encoding == Encoding::Utf8)
-        return zul::Utf8ToUtf16(std::string_view(doc.bytes).substr(begin, end - begin));
-    tstring out;
-    for (std::size_t i = begin; i < end; i += 2)
-        out.push_back(UnitAt(doc, i));
-    return out;
-}
-
-void Classify(Line& line)
-{
-    const tstring trimmed = TrimBlanks(line.text);
-    if (trimmed.empty() || trimmed[0] == u';' || trimmed[0] == u'#')
-        return;
-    if (trimmed[0] == u'[')
-    {
-        const std::size_t close = trimmed.find(u']');
-        if (close != tstring::npos)
-        {
-            line.isSection = true;
-            line.name = TrimBlanks(trimmed.substr(1, close - 1));
-        }
-        return;
-    }
-    const std::size_t equals = line.text.find(u'=');
-    if (equals == tstring::npos)
-        return;
-    line.name = TrimBlanks(line.text.substr(0, equals));
-    if (line.name.empty())
-        return;
-    line.isKey = true;
-    line.valueStart = equals + 1;
-    while (line.valueStart < line.text.size() && IsBlank(line.text[line.valueStart]))
-        ++line.valueStart;
-}
-
-Document Parse(std::string bytes)
-{
-    Document doc;
-    doc.bytes = std::move(bytes);
-    const std::string& b = doc.bytes;
-    if (b.size() >= 3 && b.compare(0, 3, "\xEF\xBB\xBF") == 0)
-    {
-        doc.bomBytes = 3;
-    }
-    else if (b.size() >= 2 && b.compare(0, 2, "\xFF\xFE") == 0)
-    {
-        doc.encoding = Encoding::Utf16Le;
-        doc.bomBytes = 2;
-    }
-    else if (b.size() >= 2 && b.compare(0, 2, "\xFE\xFF") == 0)
-    {
-        doc.encoding = Encoding::Utf16Be;
-        doc.bomBytes = 2;
-    }
-    const std::size_t unit = UnitBytes(doc.encoding);
-    // A dangling odd byte of a UTF-16 file is not a character; it is kept as is.
-    const std::size_t limit = doc.bomBytes + (b.size() - doc.bomBytes) / unit * unit;
-    std::size_t pos = doc.bomBytes;
-    while (pos < limit)
-    {
-        Line line;
-        line.begin = pos;
-        std::size_t i = pos;
-        while (i < limit && UnitAt(doc, i) != u'\r' && UnitAt(doc, i) != u'\n')
-            i += unit;
-        line.end = i;
-        if (i < limit && UnitAt(doc, i) == u'\r')
-            i += unit;
-        if (i < limit && UnitAt(doc, i) == u'\n')
-            i += unit;
-        line.next = i;
-        line.text = DecodeRange(doc, line.begin, line.end);
-        Classify(line);
-        doc.lines.push_back(std::move(line));
-        pos = i;
-    }
-    return doc;
-}
-
-enum class ReadStatus
-{
-    Ok,
-    Missing,   // no such file: the writer may create it
-    Unreadable // exists but cannot be read: the writer must leave it alone
-};
-
-ReadStatus ReadWholeFile(const std::string& path, std::string& out)
-{
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return errno == ENOENT ? ReadStatus::Missing : ReadStatus::Unreadable;
-    struct stat st
-    {
-    };
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kMaxFileBytes)
-    {
-        ::close(fd);
-        return ReadStatus::Unreadable;
-    }
-    out.clear();
-    char buffer[8192];
-    for (;;)
-    {
-        const ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n == 0)
-            break;
-        if (n < 0)
-        {
-            if (errno == EINTR)
-                continue;
-            ::close(fd);
-            return ReadStatus::Unreadable;
-        }
-        out.append(buffer, static_cast<std::size_t>(n));
-        if (out.size() > static_cast<std::size_t>(kMaxFileBytes))
-        {
-            ::close(fd);
-            return ReadStatus::Unreadable;
-        }
-    }
-    ::close(fd);
-    return ReadStatus::Ok;
-}
-
-tstring CutToBuffer(tstring text)
-{
-    if (text.size() > kMaxValueChars)
-    {
-        std::size_t keep = kMaxValueChars;
-        if (text[keep - 1] >= 0xD800 && text[keep - 1] <= 0xDBFF)
-            --keep;
-        text.resize(keep);
-    }
-    return text;
-}
-
-tstring ValueOf(const Line& line)
-{
-    tstring value = TrimBlanks(line.text.substr(line.valueStart));
-    if (value.size() >= 2 && (value.front() == u'"' || value.front() == u'\'') &&
-        value.back() == value.front())
-        value = value.substr(1, value.size() - 2);
-    return value;
-}
-
-/// The line of [section] key as the reader finds it, or null.
-const Line* FindKey(const Document& doc, const tstring& section, const tstring& key)
-{
-    bool inSection = false;
-    for (const Line& line : doc.lines)
-    {
-        if (line.isSection)
-            inSection = NamesEqual(line.name, section);
-        else if (inSection && line.isKey && NamesEqual(line.name, key))
-            return &line;
-    }
-    return nullptr;
-}
-
-std::optional<tstring> ReadValue(const std::string& path, const tstring& section, const tstring& key)
-{
-    std::string bytes;
-    if (ReadWholeFile(path, bytes) != ReadStatus::Ok)
-        return std::nullopt;
-    const Document doc = Parse(std::move(bytes));
-    const Line* line = FindKey(doc, section, key);
-    if (line == nullptr)
-        return std::nullopt;
-    return ValueOf(*line);
-}
-
-/// The line end the file already uses, so that added lines match it; a new
-/// file gets the Windows line end, since the game reads these files there.
-std::string LineEndOf(const Document& doc)
-{
-    for (const Line& line : doc.lines)
-    {
-        if (line.next > line.end)
-            return doc.bytes.substr(line.end, line.next - line.end);
-    }
-    return Encode(doc.encoding, u"\r\n");
-}
-
-std::string Edited(const Document& doc, const tstring& section, const tstring& key, const tstring& value)
-{
-    const std::string eol = LineEndOf(doc);
-    const std::string& b = doc.bytes;
-    if (const Line* found = FindKey(doc, section, key))
-    {
-        // Keep the key's spelling and the blanks around '='; only the value changes.
-        const tstring replaced = found->text.substr(0, found->valueStart) + value;
-        return b.substr(0, found->begin) + Encode(doc.encoding, replaced) + b.substr(found->end);
-    }
-    const std::string keyLine = Encode(doc.encoding, key + u"=" + value);
-    // The new key goes after the last non-blank line of the section's first
-    // occurrence, so blank lines that separate sections stay where they are.
-    const Line* anchor = nullptr;
-    bool inSection = false;
-    for (const Line& line : doc.lines)
-    {
-        if (line.isSection)
-        {
-            if (inSection)
-                break;
-            inSection = NamesEqual(line.name, section);
-            if (inSection)
-                anchor = &line;
-        }
-        else if (inSection && !TrimBlanks(line.text).empty())
-        {
-            anchor = &line;
-        }
-    }
-    if (anchor != nullptr)
-    {
-        if (anchor->next == anchor->end) // the last line, without a line end
-            return b.substr(0, anchor->end) + eol + keyLine + eol + b.substr(anchor->next);
-        return b.substr(0, anchor->next) + keyLine + eol + b.substr(anchor->next);
-    }
-    // The new section goes before a dangling odd byte of a UTF-16 file, which
-    // would otherwise shift every character after it by one byte.
-    const std::size_t unit = UnitBytes(doc.encoding);
-    const std::size_t limit = doc.bomBytes + (b.size() - doc.bomBytes) / unit * unit;
-    std::string out = b.substr(0, limit);
-    if (!doc.lines.empty() && doc.lines.back().next == doc.lines.back().end)
-        out += eol;
-    out += Encode(doc.encoding, u"[" + section + u"]") + eol + keyLine + eol;
-    return out + b.substr(limit);
+    if (S_ISREG(mode))
+        return tstring();
+    if (S_ISDIR(mode))
+        return u"it is a directory, not a file";
+    if (S_ISFIFO(mode))
+        return u"it is a named pipe, not a file";
+    if (S_ISCHR(mode) || S_ISBLK(mode))
+        return u"it is a device, not a file";
+    if (S_ISSOCK(mode))
+        return u"it is a socket, not a file";
+    return u"it is not a regular file";
 }
 
 bool WriteAll(int fd, const std::string& data)
@@ -393,7 +55,7 @@ bool WriteAll(int fd, const std::string& data)
     return true;
 }
 
-/// The file a write really replaces: a symbolic link is followed, so the link
+/// The file a write really changes: a symbolic link is followed, so the link
 /// stays a link and its target gets the new content. Empty when the path is a
 /// link that leads nowhere (we do not guess where to create its target).
 std::string ResolveTarget(const std::string& path)
@@ -411,17 +73,45 @@ std::string ResolveTarget(const std::string& path)
     return target;
 }
 
-bool ReplaceFile(const std::string& target, const std::string& content, const struct stat* pOld)
+/// Holds back the signals that end a process politely while a temporary file
+/// exists, so it is renamed or removed before they take effect.
+class DeferredTermination
+{
+public:
+    DeferredTermination()
+    {
+        sigset_t block;
+        sigemptyset(&block);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+            sigaddset(&block, signal);
+        m_bBlocked = ::pthread_sigmask(SIG_BLOCK, &block, &m_Old) == 0;
+    }
+    ~DeferredTermination()
+    {
+        if (m_bBlocked)
+            ::pthread_sigmask(SIG_SETMASK, &m_Old, nullptr);
+    }
+    DeferredTermination(const DeferredTermination&) = delete;
+    DeferredTermination& operator=(const DeferredTermination&) = delete;
+
+private:
+    sigset_t m_Old{};
+    bool m_bBlocked = false;
+};
+
+bool ReplaceByRename(const std::string& target, const std::string& content, const struct stat* pOld,
+                     int& error)
 {
     const std::size_t slash = target.rfind('/');
-    const std::string dir = slash == std::string::npos ? std::string(".") : target.substr(0, slash + 1);
+    const std::string dir = slash == std::string::npos ? std::string() : target.substr(0, slash + 1);
     const std::string base = slash == std::string::npos ? target : target.substr(slash + 1);
-    std::string temp = (slash == std::string::npos ? std::string() : dir) + "." + base + ".XXXXXX";
-    // Without a temporary file beside it the file is left untouched and the
-    // write fails: rewriting it in place could leave it truncated on a full disk.
+    std::string temp = dir + "." + base + ".XXXXXX";
     const int fd = ::mkstemp(temp.data());
     if (fd < 0)
+    {
+        error = errno;
         return false;
+    }
     bool ok = WriteAll(fd, content);
     if (ok && pOld != nullptr)
     {
@@ -441,43 +131,112 @@ bool ReplaceFile(const std::string& target, const std::string& content, const st
     ok = (::close(fd) == 0) && ok;
     ok = ok && ::rename(temp.c_str(), target.c_str()) == 0;
     if (!ok)
+    {
+        error = errno;
         ::unlink(temp.c_str());
+    }
+    return ok;
+}
+
+/// For a file whose folder takes no new file: written over, then cut to size.
+/// Not one step, but the only way such a file can change at all.
+bool RewriteInPlace(const std::string& target, const std::string& content, int& error)
+{
+    const int fd = ::open(target.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+    {
+        error = errno;
+        return false;
+    }
+    struct stat st
+    {
+    };
+    bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && WriteAll(fd, content) &&
+              ::ftruncate(fd, static_cast<off_t>(content.size())) == 0 && ::fsync(fd) == 0;
+    if (!ok)
+        error = errno;
+    ok = (::close(fd) == 0) && ok;
     return ok;
 }
 } // namespace
 
-tstring GetPrivateProfileString(const tstring& section, const tstring& key, const tstring& defaultValue,
-                                const std::string& path)
+ReadResult ReadWholeFile(const std::string& path)
 {
-    std::optional<tstring> value = ReadValue(path, section, key);
-    return CutToBuffer(value ? std::move(*value) : defaultValue);
-}
-
-int GetPrivateProfileInt(const tstring& section, const tstring& key, int defaultValue,
-                         const std::string& path)
-{
-    const std::optional<tstring> value = ReadValue(path, section, key);
-    if (!value)
-        return defaultValue;
-    return zul::Wtoi(std::u16string_view(*value));
-}
-
-bool WritePrivateProfileString(const tstring& section, const tstring& key, const tstring& value,
-                               const std::string& path)
-{
-    if (!IsStorableProfileEntry(section, key, value))
-        return false;
-    const std::string target = ResolveTarget(path);
-    if (target.empty())
-        return false;
-    std::string bytes;
-    const ReadStatus status = ReadWholeFile(target, bytes);
-    if (status == ReadStatus::Unreadable)
-        return false;
+    ReadResult result;
+    // Without O_NONBLOCK a FIFO put in the file's place would hold the open
+    // until some writer came along.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+    {
+        result.status = errno == ENOENT ? ReadStatus::Missing : ReadStatus::Unreadable;
+        result.why = ErrnoText(errno);
+        return result;
+    }
+    result.status = ReadStatus::Unreadable;
     struct stat st
     {
     };
-    const bool existed = status == ReadStatus::Ok && ::stat(target.c_str(), &st) == 0;
-    const Document doc = Parse(std::move(bytes));
-    return ReplaceFile(target, Edited(doc, section, key, value), existed ? &st : nullptr);
+    if (::fstat(fd, &st) != 0)
+        result.why = ErrnoText(errno);
+    else if (!S_ISREG(st.st_mode))
+        result.why = NotAFile(st.st_mode);
+    else if (static_cast<std::uint64_t>(st.st_size) > kMaxFileBytes)
+        result.why = u"it is larger than 16 MiB";
+    else
+        result.status = ReadStatus::Ok;
+    char buffer[65536];
+    while (result.status == ReadStatus::Ok)
+    {
+        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n == 0)
+            break;
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+        {
+            result.status = ReadStatus::Unreadable;
+            result.why = ErrnoText(errno);
+            break;
+        }
+        result.bytes.append(buffer, static_cast<std::size_t>(n));
+        if (result.bytes.size() > kMaxFileBytes) // grew while we read it
+        {
+            result.status = ReadStatus::Unreadable;
+            result.why = u"it is larger than 16 MiB";
+        }
+    }
+    ::close(fd);
+    if (result.status != ReadStatus::Ok)
+        result.bytes.clear();
+    return result;
 }
+
+bool WriteWholeFile(const std::string& path, const std::string& content, tstring& why)
+{
+    const std::string target = ResolveTarget(path);
+    if (target.empty())
+    {
+        why = u"it is a symbolic link to nowhere";
+        return false;
+    }
+    struct stat st
+    {
+    };
+    const bool bExisted = ::stat(target.c_str(), &st) == 0;
+    if (bExisted && !S_ISREG(st.st_mode))
+    {
+        why = NotAFile(st.st_mode);
+        return false;
+    }
+    const DeferredTermination deferred;
+    int error = 0;
+    if (ReplaceByRename(target, content, bExisted ? &st : nullptr, error))
+        return true;
+    // A folder we may not add to can still hold a file we may change.
+    if (bExisted && (error == EACCES || error == EPERM || error == EROFS) &&
+        RewriteInPlace(target, content, error))
+        return true;
+    why = ErrnoText(error);
+    return false;
+}
+} // namespace ini_io

@@ -1,5 +1,7 @@
 #include "InspectorDlg.h"
 
+#include "Details.h"
+
 #include <algorithm>
 #include <memory>
 #include <new>
@@ -56,6 +58,7 @@ bool CInspectorDlg::OnInitDialog()
         pView->Navigate(u"about:blank");
     AppendReportFormat(kReportHeader);
     m_lastStepTime = m_step = 0;
+    PublishDetails(); // the settings were diagnosed before the dialog existed
     m_pWnd->SetTimer(kSequenceTimerId, 1);
     return true;
 }
@@ -104,8 +107,15 @@ void CInspectorDlg::Step()
     {
         ScrollReportToEnd();
     }
+    PublishDetails();
     ++m_step;
     m_lastStepTime = toolkit.TimeGetTime();
+}
+
+void CInspectorDlg::PublishDetails()
+{
+    if (IDetailsView* pView = m_pWnd ? m_pWnd->GetDetailsView() : nullptr)
+        pView->SetDetails(CollectDetails());
 }
 
 void CInspectorDlg::OnCommand(int nId)

@@ -79,6 +79,9 @@ public:
     bool IsSequenceDone() const { return m_step >= m_checks.steps.size(); }
 
 private:
+    /// Hands the details view (where the front end has one) what there is to
+    /// show beside the report; the report itself never changes for it.
+    void PublishDetails();
     IReportView* GetReportView() const { return m_pWnd ? m_pWnd->GetReportView() : nullptr; }
 
     InspectorChecks m_checks;

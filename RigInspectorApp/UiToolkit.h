@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "share/common/TString.h"
 
@@ -47,6 +48,25 @@ public:
     virtual bool ScrollToEnd() = 0;
 };
 
+/// One titled block of the details view: plain text lines, one a line.
+struct DetailSection
+{
+    tstring title;
+    std::vector<tstring> lines;
+};
+
+/// What the player can open beside the report without it changing: the
+/// diagnostics and any further measurements. A front end shows it its own way
+/// (a "Details" link and a text window on Qt) and must not move or resize the
+/// template's controls to do so.
+class IDetailsView
+{
+public:
+    virtual ~IDetailsView() = default;
+    /// Replaces everything shown; no sections means nothing to show.
+    virtual void SetDetails(const std::vector<DetailSection>& sections) = 0;
+};
+
 /// The window of a dialog made from its template.
 class IDialogWindow
 {
@@ -56,6 +76,9 @@ public:
     virtual IControl* GetDlgItem(int nId) = 0;
     /// The report view of the main dialog, or null in a dialog without one.
     virtual IReportView* GetReportView() = 0;
+    /// The details view of the main dialog, or null where the front end has
+    /// none (the terminal prints the diagnostics itself).
+    virtual IDetailsView* GetDetailsView() { return nullptr; }
     virtual void ShowWindow() = 0;
     /// Ends the modal run with nResult once control returns to it; the window
     /// and its controls stay readable until then.

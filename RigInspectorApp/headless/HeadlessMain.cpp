@@ -14,6 +14,7 @@
 #include "HeadlessToolkit.h"
 #include "ReportText.h"
 #include "ResultsJson.h"
+#include "RigInspector/Diagnostics.h"
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
 #include "TerminalOutput.h"
@@ -23,6 +24,8 @@ namespace
 constexpr int kExitUsage = 2;
 // Checks ran, but the report or the JSON could not be written where asked.
 constexpr int kExitOutputFailed = 3;
+// --accept was given and ../game/option.ini could not be written.
+constexpr int kExitOptionsFailed = 4;
 
 bool WriteFile(const std::string& path, const std::string& content)
 {
@@ -58,7 +61,8 @@ int main(int argc, char** argv)
         "Rig Inspector v1.1: checks this PC and its network against Dunmore Nine's requirements.\n"
         "Reads ./rig_inspector.ini, prints the report as it is written, and exits with 0 when every\n"
         "check passed, 1 when any did not, 2 on a usage error, 3 when --report/--json could not\n"
-        "be written.",
+        "be written, 4 when --accept could not write ../game/option.ini. Diagnostics (what the\n"
+        "report does not say) are printed as warnings on standard error.",
         "rig_inspector_cli"};
     std::string reportPath;
     std::string jsonPath;
@@ -119,6 +123,12 @@ int main(int argc, char** argv)
     output.StopSpinner();
     output.WriteLine(text.Finish());
 
+    // What the report does not say goes to standard error, one warning a line,
+    // also with --quiet: it is what a player needs when a result looks wrong.
+    const std::vector<Diagnostic> diagnostics = GetDiagnostics().List();
+    for (const Diagnostic& d : diagnostics)
+        std::cerr << "rig_inspector_cli: warning: " << ToUtf8(d.message) << " [" << d.code << "]\n";
+
     int status = CheckExitStatus(g_inspector.m_Results);
     if (!reportPath.empty() && !WriteFile(reportPath, ToUtf8(toolkit.GetReportView().GetDocument())))
     {
@@ -134,6 +144,7 @@ int main(int argc, char** argv)
         outcome.optionsWritten = toolkit.GetOptionsWritten();
         outcome.patcherRequested = bPatcher;
         outcome.patcherStarted = toolkit.GetPatcherStarted();
+        outcome.diagnostics = diagnostics;
         const std::string json = ResultsToJson(g_inspector.m_Results, outcome).dump(2) + "\n";
         const bool bWritten = jsonFd >= 0 ? WriteFd(jsonFd, json) : WriteFile(jsonPath, json);
         if (!bWritten)
@@ -142,7 +153,8 @@ int main(int argc, char** argv)
             status = kExitOutputFailed;
         }
     }
-    if (bAccept && toolkit.GetOptionsWritten() == false)
-        std::cerr << "rig_inspector_cli: could not write ../game/option.ini\n";
+    // The reason is among the warnings above.
+    if (bAccept && toolkit.GetOptionsWritten() == false && status != kExitOutputFailed)
+        status = kExitOptionsFailed;
     return status;
 }

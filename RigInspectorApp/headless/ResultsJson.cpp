@@ -53,7 +53,8 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
 
     j["measured"] = {{"cpu_speed_mhz", outcome.cpuSpeedMhz},
                      {"video_memory_mb", outcome.videoMemoryMb},
-                     {"system_memory_mb", outcome.systemMemoryMb}};
+                     {"system_memory_mb", outcome.systemMemoryMb},
+                     {"system_memory_bytes", r.system.systemMemoryBytes}};
 
     const SystemResult& s = r.system;
     ordered_json& checks = j["checks"];
@@ -71,7 +72,10 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
                                         : "failed"},
           {"probe_ok", s.videoProbeOk},
           {"memory_mb", s.videoMemoryMb}}},
-        {"memory", {{"verdict", Verdict(s.ran, s.memoryPassed)}, {"memory_mb", s.systemMemoryMb}}},
+        {"memory",
+         {{"verdict", Verdict(s.ran, s.memoryPassed)},
+          {"memory_mb", s.systemMemoryMb},
+          {"memory_bytes", s.systemMemoryBytes}}},
     };
 
     const FirewallResult& f = r.firewall;
@@ -91,6 +95,9 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
         {"verdict", Verdict(t.ran, t.passed)},
         {"connected", t.connected},
         {"upload_completed", t.uploadCompleted},
+        {"download_completed", t.downloadCompleted},
+        {"upload_bytes", t.uploadBytes},
+        {"download_bytes", t.downloadBytes},
         {"upload_kb_per_sec", t.uploadKBs},
         {"download_kb_per_sec", t.downloadKBs},
         {"upload_bytes_per_sec", t.uploadBytesPerSec},
@@ -109,6 +116,10 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
         {"avg_ping_ms", PingMs(u, u.avgPingMs)},
         {"max_ping_ms", PingMs(u, u.maxPingMs)},
         {"ignored_datagrams", u.ignored},
+        {"refused",
+         {{"malformed", u.malformed}, {"unknown_sequence", u.unknownSequence}, {"bad_round_trip", u.badRoundTrip}}},
+        {"duplicate_pongs", u.duplicates},
+        {"pong_port_bound", u.pongPortBound},
         {"failure", u.failure.empty() ? ordered_json(nullptr) : ordered_json(ToUtf8(u.failure))},
     };
 
@@ -130,5 +141,8 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
                            {"event_screen", rec.pipHigh ? 1 : 0}};
     j["options_written"] = Optional(outcome.optionsWritten);
     j["patcher"] = {{"requested", outcome.patcherRequested}, {"started", Optional(outcome.patcherStarted)}};
+    ordered_json& diagnostics = j["diagnostics"] = ordered_json::array();
+    for (const Diagnostic& d : outcome.diagnostics)
+        diagnostics.push_back({{"code", d.code}, {"message", ToUtf8(d.message)}});
     return j;
 }

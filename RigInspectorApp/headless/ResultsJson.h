@@ -2,10 +2,12 @@
 // The CLI's machine-readable results and its exit status, both made from the
 // same result records as the report.
 #include <optional>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "RigInspector/CheckResults.h"
+#include "RigInspector/Diagnostics.h"
 #include "RigInspectorApp/GraphicConfigDlg.h"
 
 /// True when every check that ran passed (a video "error!" is not a pass).
@@ -22,6 +24,7 @@ struct RunOutcome
     std::optional<bool> optionsWritten; // nothing: not asked to write
     bool patcherRequested = false;
     std::optional<bool> patcherStarted;
+    std::vector<Diagnostic> diagnostics;
 };
 
 nlohmann::ordered_json ResultsToJson(const CheckResults& results, const RunOutcome& outcome);

@@ -9,6 +9,7 @@
 #include <QRadioButton>
 #include <QTimer>
 
+#include "QtDetailsView.h"
 #include "QtReportView.h"
 #include "share/common/Assert.h"
 
@@ -79,9 +80,17 @@ void QtDialogWindow::CreateControls(const DialogTemplate& dialogTemplate)
         switch (control.kind)
         {
         case Kind::ReportView:
+        {
             m_pReportView = new QtReportView(this);
             m_pReportView->setGeometry(geometry);
+            // The details link sits in the button row's free stretch, from
+            // just past the left button to just before "Next" (dialog units
+            // 90 to 134 under the view), so no control of the template moves.
+            const int row = control.y + control.cy + 5;
+            m_pDetailsView = new QtDetailsView(this);
+            m_pDetailsView->setGeometry(MapDialogRect(m_BaseUnits, 90, row, 44, 16));
             break;
+        }
         case Kind::GroupBox:
         {
             // Created before the controls it frames, so it stays beneath them.
@@ -133,6 +142,11 @@ IControl* QtDialogWindow::GetDlgItem(int nId)
 {
     const auto it = m_Controls.find(nId);
     return it == m_Controls.end() ? nullptr : it->second.get();
+}
+
+IDetailsView* QtDialogWindow::GetDetailsView()
+{
+    return m_pDetailsView;
 }
 
 IReportView* QtDialogWindow::GetReportView()

@@ -14,6 +14,7 @@ class QButtonGroup;
 class QEventLoop;
 class QTimer;
 class QtReportView;
+class QtDetailsView;
 
 /// A push button or radio button behind the logic's IControl.
 class QtButtonControl : public IControl
@@ -42,6 +43,7 @@ public:
 
     IControl* GetDlgItem(int nId) override;
     IReportView* GetReportView() override;
+    IDetailsView* GetDetailsView() override;
     void ShowWindow() override;
     void EndDialog(int nResult) override;
     void SetTimer(unsigned nIdEvent, unsigned nElapse) override;
@@ -51,6 +53,8 @@ public:
     /// OnInitDialog, say); returns the result given to EndDialog.
     int RunModalLoop();
 
+    /// The details link of a dialog with a report, for tests; null otherwise.
+    QtDetailsView* GetDetailsWidget() const { return m_pDetailsView; }
     /// The widget of a control, for tests and screenshots; null when unknown.
     QAbstractButton* GetButton(int nId) const;
     const DialogBaseUnits& GetBaseUnits() const { return m_BaseUnits; }
@@ -74,6 +78,7 @@ private:
     std::map<int, std::unique_ptr<QtButtonControl>> m_Controls;
     std::map<unsigned, QTimer*> m_Timers;
     QtReportView* m_pReportView = nullptr;
+    QtDetailsView* m_pDetailsView = nullptr;
     QEventLoop* m_pModalLoop = nullptr;
     bool m_bEnded = false;
     int m_nResult = 0;

@@ -183,6 +183,14 @@ int MSocket::Receive(void* pBuffer, int nLength, int flags)
     return m_LastError == kWouldBlock ? 0 : -1;
 }
 
+int MSocket::WaitReadable(std::uint32_t nTimeoutMs)
+{
+    const int ready = platform::WaitReadable(m_Socket, nTimeoutMs);
+    if (ready < 0)
+        Fail();
+    return ready;
+}
+
 bool MSocket::SetNonBlocking()
 {
     return platform::SetNonBlocking(m_Socket, true) || Fail();

@@ -65,6 +65,9 @@ public:
     /// Bytes received; 0 = would block (GetLastError() is kWouldBlock); -1 =
     /// failure, or the peer closed (then nothing is recorded).
     int Receive(void* pBuffer, int nLength, int flags);
+    /// Waits at most nTimeoutMs for something to read (data, the peer's
+    /// close, or an error): 1 ready, 0 timed out, -1 failure (recorded).
+    int WaitReadable(std::uint32_t nTimeoutMs);
 
     bool SetNonBlocking();
     bool SetBlocking();

@@ -48,6 +48,9 @@ SocketHandle Accept(SocketHandle hSocket, sockaddr_in& peer);
 int ConnectWithin(SocketHandle hSocket, const sockaddr_in& addr, std::uint32_t nTimeoutMs);
 /// Waits until the socket can take more data: 1 ready, 0 timed out, -1 error.
 int WaitWritable(SocketHandle hSocket, std::uint32_t nTimeoutMs);
+/// Waits until the socket has data to read (or the peer closed, or an error
+/// is pending): 1 ready, 0 timed out, -1 error.
+int WaitReadable(SocketHandle hSocket, std::uint32_t nTimeoutMs);
 
 /// Never raises SIGPIPE: a vanished peer is an error result, not a signal.
 int Send(SocketHandle hSocket, const void* pData, int nLength, int flags);

@@ -192,6 +192,12 @@ int WaitWritable(SocketHandle hSocket, std::uint32_t nTimeoutMs)
     return ready > 0 ? 1 : ready;
 }
 
+int WaitReadable(SocketHandle hSocket, std::uint32_t nTimeoutMs)
+{
+    const int ready = PollUntil(hSocket, POLLIN, Clock::now() + std::chrono::milliseconds(nTimeoutMs));
+    return ready > 0 ? 1 : ready;
+}
+
 int Send(SocketHandle hSocket, const void* pData, int nLength, int flags)
 {
     return static_cast<int>(::send(hSocket, pData, static_cast<size_t>(nLength), flags | MSG_NOSIGNAL));

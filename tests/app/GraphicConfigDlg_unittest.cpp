@@ -5,6 +5,7 @@
 #include <climits>
 
 #include "FakeToolkit.h"
+#include "RigInspector/Diagnostics.h"
 #include "RigInspectorApp/GraphicConfigDlg.h"
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
@@ -35,44 +36,47 @@ TEST(GraphicRecommendation, TiersAtTheirBoundaries)
     }
 }
 
-struct Write
+TEST(GraphicConfigDlg, AcceptWritesTheFourKeysAsOneUnitAndLeavesEvenWhenThatFails)
 {
-    tstring section, key, value;
-    std::string path;
-    bool operator==(const Write&) const = default;
-};
-
-TEST(GraphicConfigDlg, AcceptWritesTheKeysInOrderUntilOneFailsThenLeaves)
-{
-    const std::string file = "../game/option.ini";
-    const std::vector<Write> all = {{u"video", u"shadow", u"1", file},
-                                    {u"video", u"audience", u"1", file},
-                                    {u"video", u"event_screen", u"0", file}, // Middle tier: P.I.P Low
-                                    {u"video", u"char_lod", u"1", file}};
-    for (int failAt : {0, 2})
+    using Entries = std::vector<std::pair<tstring, tstring>>;
+    const Entries all = {
+        {u"shadow", u"1"}, {u"audience", u"1"}, {u"event_screen", u"0"}, {u"char_lod", u"1"}};
+    for (const bool bFail : {false, true})
     {
-        g_inspector.m_CpuSpeed = 1000;
+        g_inspector.m_CpuSpeed = 1000; // Middle tier: P.I.P Low
         g_inspector.m_VideoMemory = 64;
         g_inspector.m_SystemMemory = 512;
-        theApp.m_bRunPatcher = failAt != 0; // the patcher starts even after a failed write
+        theApp.m_bRunPatcher = bFail; // the patcher starts even after a failed write
+        GetDiagnostics().Clear();
         FakeToolkit tk;
-        std::vector<Write> writes;
+        std::vector<Entries> writes;
         CGraphicConfigDlg dlg(
-            [&](const tstring& s, const tstring& k, const tstring& v, const std::string& p)
+            [&](const tstring& section, const Entries& entries, const std::string& path, tstring* pWhy)
             {
-                writes.push_back({s, k, v, p});
-                return static_cast<int>(writes.size()) != failAt;
+                EXPECT_EQ(section, u"video");
+                EXPECT_EQ(path, "../game/option.ini");
+                writes.push_back(entries);
+                *pWhy = u"it is a directory, not a file";
+                return !bFail;
             });
         tk.m_onGraphicDialog = [](CDialogLogic& d) { d.OnCommand(IDOK); };
         EXPECT_EQ(dlg.DoModal(), IDOK);
 
-        const std::size_t nWrites = failAt == 0 ? all.size() : failAt;
-        EXPECT_EQ(writes, std::vector<Write>(all.begin(), all.begin() + nWrites)) << failAt;
-        EXPECT_EQ(dlg.GetLastWriteResult(), failAt == 0);
+        EXPECT_EQ(writes, std::vector<Entries>{all});
+        EXPECT_EQ(dlg.GetLastWriteResult(), !bFail);
+        const auto diagnostics = GetDiagnostics().List();
+        ASSERT_EQ(diagnostics.size(), bFail ? 1u : 0u);
+        if (bFail)
+        {
+            EXPECT_EQ(diagnostics[0].message,
+                      u"The graphic options could not be written to ../game/option.ini "
+                      u"(it is a directory, not a file).");
+        }
         EXPECT_EQ(tk.m_quitCodes, std::vector<int>{0});
         using Started = std::vector<std::pair<std::string, int>>;
-        EXPECT_EQ(tk.m_processes, (failAt == 0 ? Started{} : Started{{"./patcher.exe", 5}}));
+        EXPECT_EQ(tk.m_processes, (bFail ? Started{{"./patcher.exe", 5}} : Started{}));
     }
+    GetDiagnostics().Clear();
     theApp.m_bRunPatcher = false;
     g_inspector.m_CpuSpeed = g_inspector.m_VideoMemory = g_inspector.m_SystemMemory = 0;
 }

@@ -89,8 +89,13 @@ TEST(ResultsJson, CarriesVerdictsMeasurementsAndRecommendation)
     outcome.videoMemoryMb = 0;
     outcome.systemMemoryMb = 4194;
     outcome.optionsWritten = true;
+    outcome.diagnostics = {{"host_not_ipv4", u"The [tcp] host \"\u00e9\" is not an IPv4 address."}};
+    r.system.systemMemoryBytes = 6ull << 30; // past what the report's 32-bit figure can hold
 
     const auto j = ResultsToJson(r, outcome);
+    EXPECT_EQ(j["diagnostics"], nlohmann::ordered_json::parse(R"([{"code": "host_not_ipv4",
+        "message": "The [tcp] host \"\u00e9\" is not an IPv4 address."}])"));
+    EXPECT_EQ(j["measured"]["system_memory_bytes"], 6ull << 30);
     EXPECT_EQ(j["passed"], false);
     EXPECT_EQ(j["checks"]["system"]["verdict"], "failed");
     EXPECT_EQ(j["checks"]["system"]["video"]["verdict"], "error");

@@ -8,7 +8,10 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 
+#include "RigInspector/Diagnostics.h"
+#include "RigInspector/PortOwners.h"
 #include "RigInspectorApp/AnalyzerSettings.h"
 #include "tests/checks/FakeReportSink.h"
 #include "tests/server/TestSockets.h"
@@ -63,22 +66,66 @@ TEST_F(NetworkChecksTest, TcpPortIsTakenModulo65536)
     EXPECT_EQ(m_Sink.Fragments()[1], u"<br><font color=red>\tnot connected to server</font>");
 }
 
-// A socket that cannot be made: the worker's assertion becomes a red line
-// and a failed verdict, and the process carries on.
+// A socket that cannot be made: the worker's assertion becomes a diagnostic
+// and a failed verdict, the report keeps its own lines, and the process
+// carries on.
 TEST_F(NetworkChecksTest, UdpSocketThatCannotBeMadeFailsTheCheck)
 {
+    GetDiagnostics().Clear();
     g_RefuseDatagramSockets = true;
     g_inspector.CheckUdp();
     g_RefuseDatagramSockets = false;
 
     const auto& f = m_Sink.Fragments();
-    ASSERT_EQ(f.size(), 8u);
+    ASSERT_EQ(f.size(), 7u);
     EXPECT_EQ(f[1], u"<br>\t    send :   0 packets");
-    EXPECT_EQ(
-        f[7].rfind(u"<br><font color=red>\tThe test stopped on an internal error: Assertion Failed at ", 0),
-        0u);
     EXPECT_FALSE(g_inspector.m_Results.udp.passed);
-    EXPECT_FALSE(g_inspector.m_Results.udp.failure.empty());
+    const auto diagnostics = GetDiagnostics().List();
+    ASSERT_EQ(diagnostics.size(), 1u);
+    EXPECT_EQ(diagnostics[0].code, "check_stopped_on_error");
+    EXPECT_EQ(diagnostics[0].message.rfind(
+                  u"The UDP echo test stopped on an internal error: Assertion Failed at ", 0),
+              0u);
+}
+
+// Another program on the pong port is named by process id and executable:
+// here the test itself holds it, on the loopback address only.
+TEST_F(NetworkChecksTest, HeldPongPortNamesItsHolder)
+{
+    const testnet::Fd held = testnet::BindUdp("127.0.0.1", 20000);
+    ASSERT_GE(held.Get(), 0);
+    const std::vector<PortOwner> owners = FindUdpPortOwners(20000);
+    ASSERT_EQ(owners.size(), 1u);
+    EXPECT_EQ(owners[0].pid, static_cast<std::uint32_t>(::getpid()));
+    EXPECT_EQ(owners[0].executable, u"network_checks_test");
+    EXPECT_TRUE(FindUdpPortOwners(20001).empty());
+
+    GetDiagnostics().Clear();
+    g_settings.m_UdpHost = u"127.0.0.1";
+    g_settings.m_UdpPort = 9; // nothing answers: the run lasts its 5 s
+    g_inspector.CheckUdp();
+    EXPECT_FALSE(g_inspector.m_Results.udp.pongPortBound);
+    const auto diagnostics = GetDiagnostics().List();
+    ASSERT_EQ(diagnostics.size(), 1u);
+    EXPECT_EQ(diagnostics[0].code, "pong_port_held");
+    EXPECT_EQ(
+        diagnostics[0].message,
+        zul::FormatString(u"Port 20000 is held by another program (process %d, network_checks_test), so "
+                          u"no pong could be received.",
+                          static_cast<int>(::getpid())));
+}
+
+// The widest range the settings can hold ends after 65,536 probes, each port
+// number once, in the order and with the marks of a short range.
+TEST_F(NetworkChecksTest, PortCheckOfTheWidestRangeEndsAfterEveryPortOnce)
+{
+    g_settings.m_CheckPortMin = INT32_MIN;
+    g_settings.m_CheckPortMax = INT32_MAX;
+    g_inspector.CheckUdpPorts();
+    EXPECT_EQ(g_inspector.m_Results.ports.probed, 65536);
+    EXPECT_TRUE(g_inspector.m_Results.ports.passed);
+    EXPECT_EQ(Joined(m_Sink.Fragments()),
+              u"<br>Checking UDP port" + tstring(65536, u'.') + u"<font color=blue>passed.</font>");
 }
 
 // Tens of thousands of ports give the report's text in far fewer fragments

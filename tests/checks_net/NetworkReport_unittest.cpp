@@ -4,16 +4,25 @@
 #include <functional>
 #include <stdexcept>
 
+#include "RigInspector/Diagnostics.h"
 #include "RigInspector/NetworkReport.h"
 #include "RigInspector/TcpChecker.h"
 #include "RigInspector/UdpChecker.h"
 #include "RigInspector/WorkerFailure.h"
 #include "RigInspectorApp/AnalyzerSettings.h"
+#include "share/common/StringUtil.h"
 #include "tests/checks/FakeReportSink.h"
 
 namespace
 {
-const tstring kStopped = u"<br><font color=red>\tThe test stopped on an internal error: out of memory</font>";
+/// The codes of the diagnostics listed so far, in order.
+std::vector<std::string> DiagnosticCodes()
+{
+    std::vector<std::string> codes;
+    for (const Diagnostic& d : GetDiagnostics().List())
+        codes.push_back(d.code);
+    return codes;
+}
 
 class NetworkReportTest : public ::testing::Test
 {
@@ -62,6 +71,8 @@ TEST_F(NetworkReportTest, TcpLinesAndVerdictFollowTheFigures)
         checker.m_bUploadCompleted = c.completed;
         checker.m_UploadSpeed = c.upBps;
         checker.m_DownloadSpeed = c.downBps;
+        checker.m_DownloadBytes = 512 * 1024;
+        GetDiagnostics().Clear();
         ReportTcpResult(checker, c.failure);
 
         std::vector<tstring> expected = {
@@ -70,8 +81,9 @@ TEST_F(NetworkReportTest, TcpLinesAndVerdictFollowTheFigures)
             tstring(u"<br>\tUpload Speed : ") + c.upText + u" KB/Sec",
             tstring(u"<br>\tDownload Speed : ") + c.downText + u" KB/Sec",
         };
-        if (*c.failure)
-            expected.push_back(kStopped);
+        // What stopped the worker is a diagnostic; the report only fails.
+        EXPECT_EQ(DiagnosticCodes(), *c.failure ? std::vector<std::string>{"check_stopped_on_error"}
+                                                : std::vector<std::string>{});
         if (!c.passes)
             expected.insert(
                 expected.end(),
@@ -99,12 +111,12 @@ TEST_F(NetworkReportTest, UdpLinesAndVerdictFollowTheCounts)
         const char* name;
         std::vector<bool> answered;
         std::vector<std::int32_t> pings;
-        std::vector<tstring> lines; // send .. max, then the junk or failure line
+        std::vector<tstring> lines; // send .. max
         bool passes;
         std::uint32_t ignored;
         const char16_t* failure = u"";
     } cases[] = {
-        // Junk is named only where pongs were lost: a pass stays a plain pass.
+        // Junk goes to the diagnostics, never the report: a pass stays a plain pass.
         {"allAnsweredWithJunk",
          std::vector<bool>(10, true),
          {3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
@@ -137,8 +149,7 @@ TEST_F(NetworkReportTest, UdpLinesAndVerdictFollowTheCounts)
          {5},
          {u"<br>\t    send :   3 packets", u"<br>\treceived :   1 packets",
           u"<font color=red><br>\t    loss :   2 packets (67%)</font>", u"<br>\tmin ping :   5 ms",
-          u"<br>\tavg ping :   1 ms", u"<br>\tmax ping :   5 ms",
-          u"<br><font color=red>\t4321 datagrams that answered no ping came to port 20000.</font>"},
+          u"<br>\tavg ping :   1 ms", u"<br>\tmax ping :   5 ms"},
          false,
          4321},
         {"workerFailed", {}, {}, {std::begin(kNoneSent), std::end(kNoneSent)}, false, 0, u"out of memory"},
@@ -165,12 +176,27 @@ TEST_F(NetworkReportTest, UdpLinesAndVerdictFollowTheCounts)
         for (std::int32_t ms : c.pings)
             checker.AddPingTime(ms);
         checker.m_IgnoredCount = c.ignored;
+        checker.m_MalformedCount = c.ignored / 2;
+        checker.m_UnknownSequenceCount = c.ignored - c.ignored / 2;
+        GetDiagnostics().Clear();
         ReportUdpResult(checker, c.failure);
 
         std::vector<tstring> expected = c.lines;
+        std::vector<Diagnostic> diagnostics;
         if (*c.failure)
-            expected.push_back(kStopped); // a failure is no blocked port: no instructions
-        else if (!c.passes)
+            diagnostics.push_back(
+                {"check_stopped_on_error", u"The UDP echo test stopped on an internal error: out of memory"});
+        if (c.ignored > 0)
+            diagnostics.push_back({"pongs_refused",
+                                   u"4321 datagrams that answered no ping came to port 20000 (2160 "
+                                   u"with not a pong; 2161 with a sequence number never sent)."});
+        const auto listed = GetDiagnostics().List();
+        ASSERT_EQ(listed.size(), diagnostics.size());
+        for (std::size_t i = 0; i < listed.size(); ++i)
+            EXPECT_TRUE(listed[i].code == diagnostics[i].code && listed[i].message == diagnostics[i].message)
+                << listed[i].code << " " << zul::Utf16ToUtf8(listed[i].message);
+        // A stopped worker sent nothing it could lose: no port-forwarding steps.
+        if (!*c.failure && !c.passes)
             expected.insert(expected.end(), instructions.begin(), instructions.end());
         EXPECT_EQ(m_Sink.Fragments(), expected);
         EXPECT_EQ(g_inspector.m_Results.udp.passed, c.passes);
@@ -211,7 +237,7 @@ TEST(WorkerFailureTest, NamesTheFirstLineOfWhatEscaped)
         return DescribeWorkerFailure(worker);
     };
     EXPECT_EQ(describe([] { throw std::runtime_error("bad <thing> & more\nsecond line"); }),
-              u"bad &lt;thing&gt; &amp; more");
+              u"bad <thing> & more");
     EXPECT_EQ(describe([] { throw 42; }), u"unknown error");
     EXPECT_EQ(describe([] {}), u"");
 }

@@ -6,6 +6,8 @@
 #include <memory>
 
 #include "GuiTestBase.h"
+#include "QtDetailsView.h"
+#include "RigInspector/Diagnostics.h"
 #include "RigInspectorApp/InspectorApp.h"
 #include "RigInspectorApp/InspectorDlg.h"
 
@@ -111,6 +113,54 @@ private slots:
                  s.bPatcherStarts ? std::vector<std::string>{"./patcher.exe"} : std::vector<std::string>{});
         if (s.bPatcherStarts)
             QVERIFY(QTest::qWaitFor([&] { return QFile::exists(m_pF->folder.PatcherMarker()); }, 10000));
+    }
+
+    // A diagnostic brings the "Details" link up in the button row's free
+    // space after the step that made it; no control of the template moves,
+    // and the link covers none of them.
+    void detailsAppearBesideTheReportWithoutMovingIt()
+    {
+        GetDiagnostics().Clear();
+        bool bHiddenAtFirst = false, bShownAfter = false, bApart = false;
+        QString text;
+        QList<QRect> before;
+        const auto geometries = [](QtDialogWindow* p)
+        {
+            QList<QRect> rects;
+            for (int id : {kFirewall, IDOK, IDCANCEL})
+                rects << p->GetButton(id)->geometry();
+            return rects;
+        };
+        InspectorChecks checks;
+        checks.steps.push_back(
+            [&]
+            {
+                QtDialogWindow* p = m_pF->toolkit.GetActiveDialog();
+                bHiddenAtFirst = !p->GetDetailsWidget()->isVisible();
+                before = geometries(p);
+                GetDiagnostics().Add("test_code", u"Something the report does not say.");
+                return 0;
+            });
+        checks.steps.push_back(
+            [&]
+            {
+                QtDialogWindow* p = m_pF->toolkit.GetActiveDialog();
+                QtDetailsView* pDetails = p->GetDetailsWidget();
+                bShownAfter = pDetails->isVisible();
+                text = pDetails->GetText();
+                bApart = geometries(p) == before;
+                for (const QRect& rect : before)
+                    bApart = bApart && !rect.intersects(pDetails->geometry());
+                QTimer::singleShot(0, p, [p] { Click(p->GetButton(IDCANCEL)); });
+                return 0;
+            });
+        CInspectorDlg dlg(std::move(checks));
+        QCOMPARE(dlg.DoModal(), IDCANCEL);
+        GetDiagnostics().Clear();
+        QVERIFY(bHiddenAtFirst);
+        QVERIFY(bShownAfter);
+        QVERIFY(bApart);
+        QCOMPARE(text, QStringLiteral("Diagnostics\n- Something the report does not say.\n"));
     }
 };
 

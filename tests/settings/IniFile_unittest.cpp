@@ -1,6 +1,8 @@
 #include <pwd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+
+#include <csignal>
 #include <unistd.h>
 
 #include <filesystem>
@@ -158,6 +160,15 @@ TEST_F(IniTest, KeepsTheFileModeAndFollowsSymbolicLinks)
     };
     ASSERT_EQ(::stat(m_Path.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0640u);
+    // The owner too, where the writer may set it (root giving the file back).
+    if (::geteuid() == 0)
+    {
+        ASSERT_EQ(::chown(m_Path.c_str(), 65534, 65534), 0);
+        ASSERT_TRUE(WritePrivateProfileString(u"v", u"k", u"2", m_Path));
+        ASSERT_EQ(::stat(m_Path.c_str(), &st), 0);
+        EXPECT_EQ(st.st_uid, 65534u);
+        EXPECT_EQ(st.st_gid, 65534u);
+    }
 
     // A new file gets what a plain creation gives: 0666 less the umask.
     const std::string fresh = m_Dir.File("new.ini");
@@ -172,15 +183,16 @@ TEST_F(IniTest, KeepsTheFileModeAndFollowsSymbolicLinks)
     EXPECT_FALSE(WritePrivateProfileString(u"v", u"k", u"1", dangling));
 }
 
-// A read-only folder holding a writable file: no temporary file can be made,
-// so the write fails and the file stays as it was. Root ignores folder
-// permissions, so the write runs in a child that drops to nobody when root.
-TEST_F(IniTest, ReadOnlyFolderLeavesTheFileUntouched)
+// A read-only folder holding a writable file: no temporary file can be made
+// beside it, so the file is rewritten in place and keeps its owner. Root
+// ignores folder permissions, so the write runs in a child that drops to
+// nobody when root.
+TEST_F(IniTest, ReadOnlyFolderGetsAWritableFileRewrittenInPlace)
 {
     const std::string folder = m_Dir.File("ro");
     const std::string file = folder + "/option.ini";
     ASSERT_EQ(::mkdir(folder.c_str(), 0755), 0);
-    TempDir::Write(file, "[v]\nk=0\n");
+    TempDir::Write(file, "[v]\nk=0\nlonger=than the new content\n");
     ASSERT_EQ(::chmod(file.c_str(), 0666), 0);
     ASSERT_EQ(::chmod(folder.c_str(), 0555), 0);
     ASSERT_EQ(::chmod(m_Dir.Path().c_str(), 0755), 0);
@@ -193,12 +205,91 @@ TEST_F(IniTest, ReadOnlyFolderLeavesTheFileUntouched)
     {
         if (::geteuid() == 0 && (::setgid(nobody->pw_gid) != 0 || ::setuid(nobody->pw_uid) != 0))
             ::_exit(3);
-        ::_exit(WritePrivateProfileString(u"v", u"k", u"1", file) ? 1 : 0);
+        ::_exit(WritePrivateProfileStrings(u"v", {{u"k", u"1"}, {u"longer", u"no"}}, file) ? 0 : 1);
     }
     int status = 0;
     ASSERT_EQ(::waitpid(pid, &status, 0), pid);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    EXPECT_EQ(TempDir::Read(file), "[v]\nk=0\n");
+    EXPECT_EQ(TempDir::Read(file), "[v]\nk=1\nlonger=no\n");
     EXPECT_EQ(EntriesIn(folder), 1);
+}
+
+// A file of several hundred KiB is read; past the 16 MiB bound, and for a FIFO,
+// a device or a folder in the file's place, reads give the default and writes
+// fail at once (a FIFO without a writer would block a plain open for ever),
+// each with its reason.
+TEST_F(IniTest, LargeFilesAreReadAndSpecialFilesRefusedAtOnce)
+{
+    EXPECT_EQ(Read(std::string(300 * 1024, ';') + "\n[s]\nk=found\n"), u"found");
+    EXPECT_EQ(DescribeUnreadableProfile(m_Path), u"");
+    EXPECT_EQ(Read("[s]\nk=v\n" + std::string(16 * 1024 * 1024, ';')), u"DEFAULT");
+    EXPECT_EQ(DescribeUnreadableProfile(m_Path), u"it is larger than 16 MiB");
+
+    const std::string fifo = m_Dir.File("fifo.ini");
+    const std::string folder = m_Dir.File("folder.ini");
+    const std::string device = m_Dir.File("device.ini");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0644), 0);
+    ASSERT_EQ(::mkdir(folder.c_str(), 0755), 0);
+    ASSERT_EQ(::symlink("/dev/null", device.c_str()), 0);
+    const std::pair<std::string, tstring> cases[] = {{fifo, u"it is a named pipe, not a file"},
+                                                     {folder, u"it is a directory, not a file"},
+                                                     {device, u"it is a device, not a file"}};
+    for (const auto& [path, why] : cases)
+    {
+        EXPECT_EQ(GetPrivateProfileString(u"s", u"k", u"DEFAULT", path), u"DEFAULT") << path;
+        EXPECT_EQ(DescribeUnreadableProfile(path), why);
+        tstring writeWhy;
+        EXPECT_FALSE(WritePrivateProfileStrings(u"s", {{u"k", u"1"}}, path, &writeWhy));
+        EXPECT_EQ(writeWhy, why);
+    }
+    EXPECT_EQ(EntriesIn(m_Dir.Path()), 4);
+}
+
+// The four options are one write: a process killed at any moment leaves all
+// of them old or all new, and one told to end (SIGTERM, SIGINT) leaves no
+// temporary file behind.
+TEST_F(IniTest, KeysWrittenAsOneUnitSurviveAKillAtAnyMoment)
+{
+    TempDir::Write(m_Path, "[video]\nshadow=0\naudience=0\nevent_screen=0\nchar_lod=0\n[audio]\nvolume=7\n");
+    for (int round = 0; round < 12; ++round)
+    {
+        const pid_t pid = ::fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0)
+        {
+            for (int n = 0; n < 100000; ++n)
+            {
+                const char16_t* v = n % 2 == 0 ? u"1" : u"0";
+                WritePrivateProfileStrings(
+                    u"video", {{u"shadow", v}, {u"audience", v}, {u"event_screen", v}, {u"char_lod", v}},
+                    m_Path);
+            }
+            ::_exit(0);
+        }
+        ::usleep(static_cast<useconds_t>(2000 + round * 1500));
+        const int signal = round % 3 == 0 ? SIGKILL : round % 3 == 1 ? SIGTERM : SIGINT;
+        ASSERT_EQ(::kill(pid, signal), 0);
+        int status = 0;
+        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+        EXPECT_TRUE(WIFSIGNALED(status)) << status;
+
+        const tstring values[] = {GetPrivateProfileString(u"video", u"shadow", u"?", m_Path),
+                                  GetPrivateProfileString(u"video", u"audience", u"?", m_Path),
+                                  GetPrivateProfileString(u"video", u"event_screen", u"?", m_Path),
+                                  GetPrivateProfileString(u"video", u"char_lod", u"?", m_Path)};
+        for (const tstring& value : values)
+            EXPECT_EQ(value, values[0]) << round;
+        EXPECT_EQ(GetPrivateProfileString(u"audio", u"volume", u"?", m_Path), u"7");
+        // A kill no process can catch may leave a temporary file; the polite ones never do.
+        if (signal != SIGKILL)
+        {
+            EXPECT_EQ(EntriesIn(m_Dir.Path()), 1) << round;
+        }
+        for (const auto& entry : std::filesystem::directory_iterator(m_Dir.Path()))
+        {
+            if (entry.path() != m_Path)
+                std::filesystem::remove(entry.path());
+        }
+    }
 }
 } // namespace

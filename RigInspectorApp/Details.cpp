@@ -1,0 +1,17 @@
+#include "Details.h"
+
+#include "RigInspector/Diagnostics.h"
+
+std::vector<DetailSection> CollectDetails()
+{
+    std::vector<DetailSection> sections;
+    const std::vector<Diagnostic> diagnostics = GetDiagnostics().List();
+    if (!diagnostics.empty())
+    {
+        DetailSection section{u"Diagnostics", {}};
+        for (const Diagnostic& d : diagnostics)
+            section.lines.push_back(d.message);
+        sections.push_back(std::move(section));
+    }
+    return sections;
+}
