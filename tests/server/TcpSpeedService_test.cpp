@@ -66,7 +66,7 @@ TEST(TcpSpeedService, TrickledUploadGetsItsDownloadAtTheUploadLimit)
 TEST(TcpSpeedService, ServesManyClientsWhileOneStalls)
 {
     // A server serving one client at a time would wait on the stalled one.
-    ServerProcess server({"--upload-silence-ms", "60000"});
+    ServerProcess server({"--upload-silence-ms", "60000", "--max-per-source", "64"});
     ASSERT_TRUE(server.WaitUntilReady()) << server.GetStderr();
     Fd stalled = ConnectTcp(kTcpPort);
     ASSERT_TRUE(SendBytes(stalled, kExchange / 2));

@@ -82,7 +82,8 @@ TEST_F(UdpEchoServiceTest, JunkAndShortDatagramsAreIgnoredPongsAreNeverLargerTha
 
 TEST_F(UdpEchoServiceTest, RateLimitIsPerSourceAddress)
 {
-    Start({"--rate-limit", "0.01", "--rate-burst", "3"});
+    // One thread keeps the two sources' pings in one queue, in order.
+    Start({"--rate-limit", "0.01", "--rate-burst", "3", "--threads", "1"});
     for (int seq = 0; seq < 10; ++seq)
         Send(EchoText::FormatPing(seq, 1), m_Pings);
     const Fd other = BindUdp("127.0.0.2", 0);
