@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <cerrno>
+#include <cstring>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -15,6 +16,7 @@ int ReceiveDatagrams(int fd, Datagram* pDatagrams, int nCount)
     mmsghdr messages[kMaxBatch];
     iovec vectors[kMaxBatch];
     sockaddr_in peers[kMaxBatch];
+    alignas(cmsghdr) char controls[kMaxBatch][CMSG_SPACE(sizeof(in_pktinfo))];
     const int n = nCount < kMaxBatch ? nCount : kMaxBatch;
     for (int i = 0; i < n; ++i)
     {
@@ -24,6 +26,8 @@ int ReceiveDatagrams(int fd, Datagram* pDatagrams, int nCount)
         messages[i].msg_hdr.msg_namelen = sizeof peers[i];
         messages[i].msg_hdr.msg_iov = &vectors[i];
         messages[i].msg_hdr.msg_iovlen = 1;
+        messages[i].msg_hdr.msg_control = controls[i];
+        messages[i].msg_hdr.msg_controllen = sizeof controls[i];
     }
     const int got = ::recvmmsg(fd, messages, static_cast<unsigned>(n), MSG_DONTWAIT, nullptr);
     if (got < 0)
@@ -37,6 +41,16 @@ int ReceiveDatagrams(int fd, Datagram* pDatagrams, int nCount)
         d.m_Port = bIpv4 ? ntohs(peers[i].sin_port) : 0;
         d.m_Size = static_cast<std::uint16_t>(messages[i].msg_len);
         d.m_bTruncated = (messages[i].msg_hdr.msg_flags & MSG_TRUNC) != 0;
+        d.m_Destination = 0;
+        for (cmsghdr* c = CMSG_FIRSTHDR(&messages[i].msg_hdr); c; c = CMSG_NXTHDR(&messages[i].msg_hdr, c))
+        {
+            if (c->cmsg_level == IPPROTO_IP && c->cmsg_type == IP_PKTINFO)
+            {
+                in_pktinfo info;
+                std::memcpy(&info, CMSG_DATA(c), sizeof info);
+                d.m_Destination = ntohl(info.ipi_addr.s_addr);
+            }
+        }
     }
     return got;
 }
@@ -62,6 +76,12 @@ int SendDatagrams(int fd, const Datagram* pDatagrams, int nCount)
         messages[i].msg_hdr.msg_iovlen = 1;
     }
     return ::sendmmsg(fd, messages, static_cast<unsigned>(n), MSG_DONTWAIT);
+}
+
+bool EnableDestination(int fd)
+{
+    const int on = 1;
+    return ::setsockopt(fd, IPPROTO_IP, IP_PKTINFO, &on, sizeof on) == 0;
 }
 
 bool SharePort(int fd)

@@ -20,16 +20,18 @@ constexpr int kRoundsPerTurn = 16;
 // fast, and their pongs are never held.
 constexpr std::chrono::milliseconds kLocalPongDelay{1};
 
-bool IsLoopback(std::uint32_t address)
+/// A sender on this machine: loopback, or a datagram from one of our own
+/// addresses to itself.
+bool IsLocal(const Datagram& ping)
 {
-    return (address >> 24) == 127;
+    return (ping.m_Address >> 24) == 127 || ping.m_Address == ping.m_Destination;
 }
 } // namespace
 
 UdpEchoService::UdpEchoService(asio::io_context& io, const ServerOptions& options, PongAdmission& admission,
                                ServerMetrics& metrics)
     : m_Options(options), m_Admission(admission), m_Metrics(metrics), m_Socket(io), m_DelayTimer(io),
-      m_LocalAddress(0), m_In(kBatch), m_Out(kBatch), m_Delayed(kMaxDelayed)
+      m_In(kBatch), m_Out(kBatch), m_Delayed(kMaxDelayed)
 {
 }
 
@@ -42,6 +44,8 @@ std::error_code UdpEchoService::Listen(const asio::ip::udp::endpoint& endpoint, 
         if (!SharePort(m_Socket.native_handle()))
             ec = std::error_code(errno, std::system_category());
     }
+    if (!ec && !EnableDestination(m_Socket.native_handle()))
+        ec = std::error_code(errno, std::system_category());
     if (!ec)
         m_Socket.bind(endpoint, ec);
     // Pongs are sent without waiting: one that cannot go at once is dropped
@@ -54,7 +58,6 @@ std::error_code UdpEchoService::Listen(const asio::ip::udp::endpoint& endpoint, 
         m_Socket.close(ignored);
         return ec;
     }
-    m_LocalAddress = endpoint.address().to_v4().to_uint();
     Wait();
     return {};
 }
@@ -137,7 +140,7 @@ void UdpEchoService::Answer(int nReceived, Clock::time_point now)
                                 : m_Admitted % 2 == 1        ? PongFault::WrongWord
                                                              : PongFault::NoTick;
         const Datagram& in = m_In[static_cast<std::size_t>(index[k])];
-        const bool bLocal = IsLoopback(in.m_Address) || in.m_Address == m_LocalAddress;
+        const bool bLocal = IsLocal(in);
         const auto delay = std::chrono::milliseconds(m_Options.m_PongDelayMs);
         const bool bHeld = delay.count() > 0 || bLocal;
         if (bHeld && m_DelayedCount == kMaxDelayed)

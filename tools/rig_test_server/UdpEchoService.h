@@ -53,7 +53,6 @@ private:
     ServerMetrics& m_Metrics;
     asio::ip::udp::socket m_Socket;
     asio::steady_timer m_DelayTimer;
-    std::uint32_t m_LocalAddress;
     std::vector<Datagram> m_In;
     std::vector<Datagram> m_Out;
     // A ring of pongs waiting for their time, all with the same delay and
