@@ -18,6 +18,16 @@ ConnectionLimits::Admission ConnectionLimits::TryOpen(std::uint32_t source)
     return Admission::Admitted;
 }
 
+bool ConnectionLimits::OpenBeyondShare(std::uint32_t source)
+{
+    std::lock_guard lock(m_Mutex);
+    if (m_Open >= m_Max)
+        return false;
+    ++m_PerSource[source];
+    ++m_Open;
+    return true;
+}
+
 void ConnectionLimits::Close(std::uint32_t source)
 {
     std::lock_guard lock(m_Mutex);

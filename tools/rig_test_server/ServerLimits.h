@@ -24,6 +24,9 @@ public:
     /// Counts the connection when it is admitted; each admitted one must be
     /// given back with Close.
     Admission TryOpen(std::uint32_t source);
+    /// Counts one beyond the source's share (its place is being freed by an
+    /// eviction); false when the server is full.
+    bool OpenBeyondShare(std::uint32_t source);
     void Close(std::uint32_t source);
 
 private:

@@ -89,6 +89,8 @@ public:
         if (m_bFinished)
             return;
         m_bFinished = true;
+        if (m_Up == 0)
+            m_Service.UnlistSilent(this);
         std::error_code ignored;
         m_Timer.cancel();
         m_Socket.close(ignored);
@@ -148,6 +150,8 @@ private:
             return;
         }
         const bool bFirstBytes = m_Up == 0 && n > 0;
+        if (bFirstBytes)
+            m_Service.UnlistSilent(this);
         m_Up += n;
         m_LastReceive = m_LastProgress = Clock::now();
         if (!m_bSending && m_Up >= kExchangeBytes)
@@ -281,7 +285,12 @@ private:
     const ServerOptions& m_Options;
     asio::ip::tcp::socket m_Socket;
     asio::steady_timer m_Timer;
-    std::uint32_t m_Source;
+
+public:
+    const std::uint32_t m_Source;
+    Worker& GetWorker() const { return m_Worker; }
+
+private:
     std::string m_Peer;
 
     Clock::time_point m_Start;
@@ -363,7 +372,10 @@ void TcpSpeedService::OnAccept(const std::error_code& ec, asio::ip::tcp::socket 
     if (peerError || !remote.address().is_v4())
         return Accept(); // gone already; closed with the socket
     const std::uint32_t source = remote.address().to_v4().to_uint();
-    const auto admission = m_Limits.TryOpen(source);
+    auto admission = m_Limits.TryOpen(source);
+    if (admission == ConnectionLimits::Admission::SourceFull && EvictSilent(source))
+        admission = m_Limits.OpenBeyondShare(source) ? ConnectionLimits::Admission::Admitted
+                                                     : ConnectionLimits::Admission::Full;
     if (admission != ConnectionLimits::Admission::Admitted)
     {
         // Refused at once rather than left waiting in the backlog: a client
@@ -376,24 +388,58 @@ void TcpSpeedService::OnAccept(const std::error_code& ec, asio::ip::tcp::socket 
         return Accept();
     }
     m_Metrics.m_ConnectionsActive.fetch_add(1, std::memory_order_relaxed);
+    // Made here and listed as silent at once, so that the next newcomer
+    // from the same address already sees it; it runs on its worker's thread.
+    auto session = std::make_shared<Session>(*this, worker, std::move(socket), source, ToText(remote));
+    ListSilent(session);
     asio::post(worker.m_Io,
-               [this, &worker, source, peer = ToText(remote), socket = std::move(socket)]() mutable
+               [this, &worker, session]
                {
-                   if (m_bStopping.load())
-                   {
-                       // Stop has swept this worker already; the connection
-                       // ends as the ones it found did.
-                       LogTest(m_Options, peer, 0, 0, 0, "none", "server-stopped");
-                       ServerMetrics::Add(m_Metrics.m_TestsEnded);
-                       m_Metrics.m_ConnectionsActive.fetch_sub(1, std::memory_order_relaxed);
-                       m_Limits.Close(source);
-                       return;
-                   }
-                   auto session = std::make_shared<Session>(*this, worker, std::move(socket), source, peer);
                    worker.m_Sessions.insert(session);
-                   session->Start();
+                   if (m_bStopping.load())
+                       session->Finish("server-stopped"); // Stop has swept this worker already
+                   else
+                       session->Start();
                });
     Accept();
+}
+
+void TcpSpeedService::ListSilent(const std::shared_ptr<Session>& session)
+{
+    std::lock_guard lock(m_SilentMutex);
+    m_Silent[session->m_Source].push_back({session.get(), session, &session->GetWorker()});
+}
+
+void TcpSpeedService::UnlistSilent(const Session* pSession)
+{
+    std::lock_guard lock(m_SilentMutex);
+    const auto it = m_Silent.find(pSession->m_Source);
+    if (it == m_Silent.end())
+        return;
+    std::erase_if(it->second, [&](const SilentEntry& entry) { return entry.m_pSession == pSession; });
+    if (it->second.empty())
+        m_Silent.erase(it);
+}
+
+bool TcpSpeedService::EvictSilent(std::uint32_t source)
+{
+    std::lock_guard lock(m_SilentMutex);
+    const auto it = m_Silent.find(source);
+    if (it == m_Silent.end())
+        return false;
+    // Taken off the list here, so that no second newcomer counts on the same
+    // place; the session ends on its own thread and gives the place back.
+    const SilentEntry oldest = it->second.front();
+    it->second.pop_front();
+    if (it->second.empty())
+        m_Silent.erase(it);
+    asio::post(oldest.m_pWorker->m_Io,
+               [session = oldest.m_Session]
+               {
+                   if (const auto alive = session.lock())
+                       alive->Finish("evicted-silent");
+               });
+    return true;
 }
 
 void TcpSpeedService::OnAcceptError(const std::error_code& ec)

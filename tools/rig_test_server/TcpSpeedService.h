@@ -7,10 +7,13 @@
 #include <asio/steady_timer.hpp>
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 #include <system_error>
+#include <unordered_map>
 #include <vector>
 
 #include "FileLimit.h"
@@ -48,6 +51,12 @@ private:
     void Accept();
     void OnAccept(const std::error_code& ec, asio::ip::tcp::socket socket, Worker& worker);
     void OnAcceptError(const std::error_code& ec);
+    /// Ends the source's oldest connection that has not sent a byte yet, so
+    /// that a host's idle connections cannot keep its own real test out;
+    /// false when it has none.
+    bool EvictSilent(std::uint32_t source);
+    void ListSilent(const std::shared_ptr<Session>& session);
+    void UnlistSilent(const Session* pSession);
 
     asio::io_context& m_AcceptIo;
     const ServerOptions& m_Options;
@@ -60,4 +69,13 @@ private:
     std::atomic<bool> m_bStopping{false};
     std::size_t m_NextWorker = 0;
     std::vector<std::unique_ptr<Worker>> m_Workers;
+
+    struct SilentEntry
+    {
+        const Session* m_pSession;
+        std::weak_ptr<Session> m_Session;
+        Worker* m_pWorker;
+    };
+    std::mutex m_SilentMutex; // the acceptor's thread reads what the workers write
+    std::unordered_map<std::uint32_t, std::deque<SilentEntry>> m_Silent; // per source, oldest first
 };

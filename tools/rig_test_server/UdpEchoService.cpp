@@ -101,7 +101,7 @@ void UdpEchoService::OnReadable()
 void UdpEchoService::Answer(int nReceived, Clock::time_point now)
 {
     EchoText::Fields pings[kBatch];
-    std::uint32_t sources[kBatch];
+    std::uint32_t sources[kBatch] = {};
     int index[kBatch];
     int nPings = 0;
     for (int i = 0; i < nReceived; ++i)
@@ -115,7 +115,7 @@ void UdpEchoService::Answer(int nReceived, Clock::time_point now)
         sources[nPings] = in.m_Address;
         index[nPings++] = i;
     }
-    PongAdmission::Verdict verdicts[kBatch];
+    PongAdmission::Verdict verdicts[kBatch] = {};
     m_Admission.Decide(sources, verdicts, static_cast<std::size_t>(nPings), now);
 
     std::uint64_t ignored = static_cast<std::uint64_t>(nReceived - nPings);
