@@ -276,7 +276,11 @@ private:
         if (!IsUploadWatched() || now - m_Start < kUploadGrace)
             return false;
         const double seconds = std::chrono::duration<double>(now - m_Start - kUploadGrace).count();
-        return static_cast<double>(m_Up) <
+        // What waits unread counts too: a server too busy to read is not
+        // the client's fault.
+        std::error_code ec;
+        const std::size_t waiting = m_Socket.available(ec);
+        return static_cast<double>(m_Up + waiting) <
                static_cast<double>(kFirstUploadBytes) + seconds * m_Options.m_MinUploadRate;
     }
 
