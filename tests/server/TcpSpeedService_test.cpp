@@ -66,7 +66,7 @@ TEST(TcpSpeedService, TrickledUploadGetsItsDownloadAtTheUploadLimit)
 TEST(TcpSpeedService, ServesManyClientsWhileOneStalls)
 {
     // A server serving one client at a time would wait on the stalled one.
-    ServerProcess server({"--upload-silence-ms", "60000"});
+    ServerProcess server({"--upload-silence-ms", "60000", "--max-per-source", "64"});
     ASSERT_TRUE(server.WaitUntilReady()) << server.GetStderr();
     Fd stalled = ConnectTcp(kTcpPort);
     ASSERT_TRUE(SendBytes(stalled, kExchange / 2));
@@ -107,4 +107,57 @@ TEST(TcpSpeedService, SigtermEndsOpenTestsAndExitsZero)
     EXPECT_EQ(server.WaitForExit(), 0) << server.GetStderr();
     EXPECT_TRUE(server.WaitForLine("end=server-stopped"));
     EXPECT_TRUE(server.WaitForLine("udp pings=0"));
+}
+
+TEST(TcpSpeedService, SixHundredSlowConnectionsFromOneHostLeaveAnotherItsTest)
+{
+    // With the defaults the per-source cap turns most of them away at once;
+    // with the cap lifted so that they fill the server, the slow-upload
+    // eviction frees the places within seconds.
+    const std::vector<std::vector<std::string>> setups{{"--metrics", "127.0.0.1:9100"},
+                                                       {"--metrics", "127.0.0.1:9100", "--max-per-source",
+                                                        "600", "--max-connections", "600", "--log-format",
+                                                        "json"}};
+    for (const auto& args : setups)
+    {
+        ServerProcess server(args);
+        ASSERT_TRUE(server.WaitUntilReady()) << server.GetStderr();
+        std::vector<Fd> flood;
+        for (int i = 0; i < 600; ++i)
+        {
+            flood.push_back(ConnectTcp(kTcpPort));
+            SendBytes(flood.back(), 10);
+        }
+        // The other host tries again while it is refused, as a player would.
+        std::optional<std::uint64_t> received;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (received != kExchange && std::chrono::steady_clock::now() < deadline)
+        {
+            Fd fd = ConnectTcp(kTcpPort, 0, "127.0.0.2");
+            received = SendBytes(fd, kExchange, Millis(2000)) ? ReceiveUntilClosed(fd) : std::nullopt;
+            if (received != kExchange) // a pause that reads the server's log, lest its pipe fill
+                server.WaitForLine("\n", Millis(100));
+        }
+        EXPECT_EQ(received, kExchange) << args.size();
+        EXPECT_TRUE(server.WaitForLine("completed")); // the server counts it when the client has closed
+        const std::string metrics = HttpGet(9100, "/metrics");
+        EXPECT_GE(MetricValue(metrics, "rig_tcp_tests_completed_total"), 1) << metrics;
+        if (args.size() == 2)
+            EXPECT_LE(MetricValue(metrics, "rig_tcp_connections_active"), 8) << "the source's share";
+        else
+            EXPECT_TRUE(server.WaitForLine(R"("up":10,"down":0,)")) << "an evicted one, logged as JSON";
+        EXPECT_GE(MetricValue(metrics, "rig_tcp_connections_evicted_total"), args.size() == 2 ? 0 : 1);
+    }
+}
+
+TEST(TcpSpeedService, IdleConnectionsGiveWayToTheirOwnHostsRealTest)
+{
+    // The player's machine is also the address of whatever else runs on it.
+    ServerProcess server({});
+    ASSERT_TRUE(server.WaitUntilReady()) << server.GetStderr();
+    std::vector<Fd> idle;
+    for (int i = 0; i < 20; ++i)
+        idle.push_back(ConnectTcp(kTcpPort));
+    EXPECT_EQ(RunExchange(), kExchange);
+    EXPECT_TRUE(server.WaitForLine("end=evicted-silent"));
 }

@@ -62,12 +62,15 @@ inline bool WaitReadable(const Fd& fd, Millis timeout)
 }
 
 /// A TCP connection to 127.0.0.1:port. sendBuffer other than 0 fixes the
-/// send buffer's size.
-inline Fd ConnectTcp(std::uint16_t port, int sendBuffer = 0)
+/// send buffer's size; source, when given, is the loopback address it comes from.
+inline Fd ConnectTcp(std::uint16_t port, int sendBuffer = 0, const char* source = nullptr)
 {
     Fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (sendBuffer > 0)
         ::setsockopt(fd.Get(), SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
+    const sockaddr_in local = Address(source ? source : "0.0.0.0", 0);
+    if (source && ::bind(fd.Get(), reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0)
+        return Fd();
     const sockaddr_in to = Address("127.0.0.1", port);
     return ::connect(fd.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0 ? std::move(fd) : Fd();
 }
@@ -134,6 +137,33 @@ inline std::optional<Bytes> ReceiveDatagram(const Fd& fd, Millis timeout = Milli
         return std::nullopt;
     data.resize(static_cast<std::size_t>(n));
     return data;
+}
+
+/// The body of an HTTP GET of path from 127.0.0.1:port; empty on failure.
+inline std::string HttpGet(std::uint16_t port, const std::string& path)
+{
+    Fd fd = ConnectTcp(port);
+    const std::string request = "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+    if (fd.Get() < 0 || ::send(fd.Get(), request.data(), request.size(), MSG_NOSIGNAL) < 0)
+        return {};
+    std::string response;
+    char buffer[4096];
+    while (WaitReadable(fd, Millis(5000)))
+    {
+        const ssize_t n = ::recv(fd.Get(), buffer, sizeof buffer, 0);
+        if (n <= 0)
+            break;
+        response.append(buffer, static_cast<std::size_t>(n));
+    }
+    const auto body = response.find("\r\n\r\n");
+    return body == std::string::npos ? std::string() : response.substr(body + 4);
+}
+
+/// The value of one sample ("name{labels}") in Prometheus text; -1 when absent.
+inline double MetricValue(const std::string& text, const std::string& sample)
+{
+    const auto at = text.find("\n" + sample + " ");
+    return at == std::string::npos ? -1.0 : std::stod(text.substr(at + sample.size() + 2));
 }
 
 /// UTF-16LE bytes of an ASCII text.

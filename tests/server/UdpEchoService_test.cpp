@@ -82,7 +82,8 @@ TEST_F(UdpEchoServiceTest, JunkAndShortDatagramsAreIgnoredPongsAreNeverLargerTha
 
 TEST_F(UdpEchoServiceTest, RateLimitIsPerSourceAddress)
 {
-    Start({"--rate-limit", "0.01", "--rate-burst", "3"});
+    // One thread keeps the two sources' pings in one queue, in order.
+    Start({"--rate-limit", "0.01", "--rate-burst", "3", "--threads", "1"});
     for (int seq = 0; seq < 10; ++seq)
         Send(EchoText::FormatPing(seq, 1), m_Pings);
     const Fd other = BindUdp("127.0.0.2", 0);
@@ -102,4 +103,37 @@ TEST_F(UdpEchoServiceTest, MalformedPongsAreAllRejectedByTheClientsParser)
         EXPECT_LE(datagram->size(), request.size());
         EXPECT_FALSE(EchoText::ParsePong(datagram->data(), datagram->size())) << seq;
     }
+}
+
+TEST_F(UdpEchoServiceTest, PongsToThisMachineLeaveNoSoonerThanAMillisecondAfterTheirPing)
+{
+    // The checker refuses a round trip of 0 whole milliseconds.
+    Start({});
+    for (int seq = 0; seq < 20; ++seq)
+    {
+        const auto sent = std::chrono::steady_clock::now();
+        Send(EchoText::FormatPing(seq, 1), m_Pings);
+        ASSERT_TRUE(ReceiveDatagram(m_Pongs)) << seq;
+        EXPECT_GE(std::chrono::steady_clock::now() - sent, Millis(1)) << seq;
+    }
+}
+
+TEST_F(UdpEchoServiceTest, GlobalBudgetCapsPongsToManySourcesAndCountsTheRest)
+{
+    Start({"--pong-budget", "10", "--metrics", "127.0.0.1:9100"});
+    std::vector<Fd> sources;
+    for (int i = 0; i < 40; ++i)
+    {
+        sources.push_back(BindUdp("127.0.0." + std::to_string(i + 2), 0));
+        Send(EchoText::FormatPing(i, 1), sources.back());
+    }
+    int pongs = 0;
+    while (ReceiveDatagram(m_Pongs, Millis(300)))
+        ++pongs;
+    // One second's budget, and what trickles in while the pings arrive.
+    EXPECT_GE(pongs, 10);
+    EXPECT_LE(pongs, 14);
+    const std::string metrics = HttpGet(9100, "/metrics");
+    EXPECT_EQ(MetricValue(metrics, "rig_udp_pongs_sent_total"), pongs) << metrics;
+    EXPECT_EQ(MetricValue(metrics, "rig_udp_pongs_rate_limited_total{limit=\"global\"}"), 40 - pongs);
 }

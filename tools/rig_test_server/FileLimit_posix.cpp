@@ -1,6 +1,9 @@
 #include "FileLimit.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 std::uint64_t RaiseOpenFileLimit(std::uint64_t wanted)
 {
@@ -16,4 +19,26 @@ std::uint64_t RaiseOpenFileLimit(std::uint64_t wanted)
             limit = raised;
     }
     return limit.rlim_cur == RLIM_INFINITY ? wanted : static_cast<std::uint64_t>(limit.rlim_cur);
+}
+
+DescriptorReserve::DescriptorReserve() : m_Fd(::open("/dev/null", O_RDONLY | O_CLOEXEC)) {}
+
+DescriptorReserve::~DescriptorReserve()
+{
+    if (m_Fd >= 0)
+        ::close(m_Fd);
+}
+
+bool DescriptorReserve::RefuseOne(int listenFd)
+{
+    if (m_Fd < 0)
+        m_Fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (m_Fd < 0)
+        return false;
+    ::close(m_Fd);
+    const int connection = ::accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (connection >= 0)
+        ::close(connection);
+    m_Fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    return connection >= 0;
 }

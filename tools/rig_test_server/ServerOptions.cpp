@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <asio/ip/address_v4.hpp>
 #include <cstdio>
+#include <string>
 
 namespace
 {
@@ -11,9 +12,28 @@ const char* const kProgram = "rig_test_server";
 
 void LogLine(const std::string& line)
 {
+    // One locked write per line: the threads' lines never interleave.
+    flockfile(stdout);
     std::fwrite(line.data(), 1, line.size(), stdout);
     std::fputc('\n', stdout);
     std::fflush(stdout);
+    funlockfile(stdout);
+}
+
+std::optional<asio::ip::tcp::endpoint> ParseEndpoint(const std::string& text)
+{
+    const auto colon = text.rfind(':');
+    if (colon == std::string::npos)
+        return std::nullopt;
+    std::error_code ec;
+    const auto address = asio::ip::make_address_v4(text.substr(0, colon), ec);
+    const std::string port = text.substr(colon + 1);
+    if (ec || port.empty() || port.size() > 5 || port.find_first_not_of("0123456789") != std::string::npos)
+        return std::nullopt;
+    const unsigned long number = std::stoul(port);
+    if (number > 65535)
+        return std::nullopt;
+    return asio::ip::tcp::endpoint(address, static_cast<std::uint16_t>(number));
 }
 
 int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
@@ -27,10 +47,19 @@ int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
     app.add_option("--pong-port", o.m_PongPort, "UDP port on the sender's address the pongs go to")
         ->capture_default_str()
         ->check(CLI::Range(1, 65535));
+    app.add_option("--threads", o.m_Threads, "threads serving the tests (0: one per core)")
+        ->capture_default_str()
+        ->check(CLI::Range(0u, 256u));
     app.add_option("--max-connections", o.m_MaxConnections,
                    "TCP connections served at once; more are refused")
         ->capture_default_str()
         ->check(CLI::Range(1u, 1000000u));
+    app.add_option("--max-per-source", o.m_MaxPerSource, "TCP connections one source address may hold")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 1000000u));
+    app.add_option("--min-upload-rate", o.m_MinUploadRate,
+                   "end an upload slower than this many bytes per second after its first 2 s (0: never)")
+        ->capture_default_str();
     app.add_option("--idle-timeout-ms", o.m_IdleTimeoutMs,
                    "drop a connection that moved no byte either way for this long")
         ->capture_default_str()
@@ -53,6 +82,15 @@ int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
     app.add_option("--rate-burst", o.m_RateBurst, "pongs one source address may get at once")
         ->capture_default_str()
         ->check(CLI::Range(1.0, 1e9));
+
+    app.add_option("--pong-budget", o.m_PongBudget, "pongs per second to all sources together (0: no limit)")
+        ->capture_default_str()
+        ->check(CLI::Range(0.0, 1e9));
+    app.add_option("--metrics", o.m_Metrics, "serve Prometheus metrics over HTTP on ADDRESS:PORT");
+    std::string logFormat = "text";
+    app.add_option("--log-format", logFormat, "one line per finished test as text or as a JSON object")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"text", "json"}));
 
     auto* faults = "Fault modes (for tests and benchmarks)";
     app.add_flag("--silent", o.m_bSilent, "accept and take the upload, never send")->group(faults);
@@ -79,6 +117,9 @@ int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
         asio::ip::make_address_v4(o.m_Address, ec);
         if (ec)
             throw CLI::ValidationError("--address", "'" + o.m_Address + "' is not an IPv4 address");
+        if (!o.m_Metrics.empty() && !ParseEndpoint(o.m_Metrics))
+            throw CLI::ValidationError("--metrics", "'" + o.m_Metrics + "' is not IPV4ADDRESS:PORT");
+        o.m_bJsonLog = logFormat == "json";
     }
     catch (const CLI::CallForHelp& e)
     {

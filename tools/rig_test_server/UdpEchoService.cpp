@@ -1,32 +1,51 @@
 #include "UdpEchoService.h"
 
-#include <string>
+#include <algorithm>
+#include <asio/post.hpp>
+#include <cerrno>
 
 #include "EchoReply.h"
-#include "RigInspector/EchoText.h"
 
 namespace
 {
-using Clock = std::chrono::steady_clock;
-
-// The largest datagram UDP carries, so nothing arrives cut short and a long
-// datagram is judged on all of its bytes.
-constexpr std::size_t kMaxDatagram = 65536;
-// Bounds the memory of delayed pongs under a flood; beyond it pongs are lost,
-// as UDP may lose them anyway.
 constexpr std::size_t kMaxDelayed = 4096;
+// Rounds of one batch before other work on the thread (timers, TCP) gets a
+// turn; the rest of a flood waits in the socket's buffer.
+constexpr int kRoundsPerTurn = 16;
+
+// The checker counts whole milliseconds and refuses a round trip of 0 ms. A
+// pong sent back within the millisecond its ping was written in would read
+// as one, so a sender on this machine, where that happens, gets its pong no
+// sooner than 1 ms after its ping came in. Remote senders are never that
+// fast, and their pongs are never held.
+constexpr std::chrono::milliseconds kLocalPongDelay{1};
+
+/// A sender on this machine: loopback, or a datagram from one of our own
+/// addresses to itself.
+bool IsLocal(const Datagram& ping)
+{
+    return (ping.m_Address >> 24) == 127 || ping.m_Address == ping.m_Destination;
+}
 } // namespace
 
-UdpEchoService::UdpEchoService(asio::io_context& io, const ServerOptions& options)
-    : m_Options(options), m_Socket(io), m_DelayTimer(io), m_Buffer(kMaxDatagram),
-      m_Limiter(options.m_RateLimit, options.m_RateBurst)
+UdpEchoService::UdpEchoService(asio::io_context& io, const ServerOptions& options, PongAdmission& admission,
+                               ServerMetrics& metrics)
+    : m_Options(options), m_Admission(admission), m_Metrics(metrics), m_Socket(io), m_DelayTimer(io),
+      m_In(kBatch), m_Out(kBatch), m_Delayed(kMaxDelayed)
 {
 }
 
-std::error_code UdpEchoService::Listen(const asio::ip::udp::endpoint& endpoint)
+std::error_code UdpEchoService::Listen(const asio::ip::udp::endpoint& endpoint, bool bShared)
 {
     std::error_code ec;
     m_Socket.open(endpoint.protocol(), ec);
+    if (!ec && bShared)
+    {
+        if (!SharePort(m_Socket.native_handle()))
+            ec = std::error_code(errno, std::system_category());
+    }
+    if (!ec && !EnableDestination(m_Socket.native_handle()))
+        ec = std::error_code(errno, std::system_category());
     if (!ec)
         m_Socket.bind(endpoint, ec);
     // Pongs are sent without waiting: one that cannot go at once is dropped
@@ -39,7 +58,7 @@ std::error_code UdpEchoService::Listen(const asio::ip::udp::endpoint& endpoint)
         m_Socket.close(ignored);
         return ec;
     }
-    Receive();
+    Wait();
     return {};
 }
 
@@ -49,82 +68,139 @@ asio::ip::udp::endpoint UdpEchoService::LocalEndpoint() const
     return m_Socket.local_endpoint(ec);
 }
 
-void UdpEchoService::Receive()
+void UdpEchoService::Wait()
 {
-    m_Socket.async_receive_from(asio::buffer(m_Buffer), m_Sender,
-                                [this](const std::error_code& ec, std::size_t n) { OnReceive(ec, n); });
+    m_Socket.async_wait(asio::socket_base::wait_read,
+                        [this](const std::error_code& ec)
+                        {
+                            if (!ec && m_Socket.is_open())
+                                OnReadable();
+                        });
 }
 
-void UdpEchoService::OnReceive(const std::error_code& ec, std::size_t n)
+void UdpEchoService::OnReadable()
 {
-    if (!m_Socket.is_open() || ec == asio::error::operation_aborted)
-        return;
-    // Other errors on an unconnected datagram socket concern one datagram
-    // (an ICMP report, a truncation); the next one is unaffected.
-    if (!ec)
-        Answer(n);
-    Receive();
+    for (int round = 0; round < kRoundsPerTurn; ++round)
+    {
+        const int n = ReceiveDatagrams(m_Socket.native_handle(), m_In.data(), kBatch);
+        // Other errors on an unconnected datagram socket concern one datagram
+        // (an ICMP report); the next one is unaffected.
+        if (n == 0)
+            return Wait();
+        if (n > 0)
+            Answer(n, Clock::now());
+    }
+    asio::post(m_Socket.get_executor(),
+               [this]
+               {
+                   if (m_Socket.is_open())
+                       OnReadable();
+               });
 }
 
-void UdpEchoService::Answer(std::size_t nRequest)
+void UdpEchoService::Answer(int nReceived, Clock::time_point now)
 {
-    const auto ping = EchoText::ParsePing(m_Buffer.data(), nRequest);
-    if (!ping || !m_Sender.address().is_v4())
+    EchoText::Fields pings[kBatch];
+    std::uint32_t sources[kBatch] = {};
+    int index[kBatch];
+    int nPings = 0;
+    for (int i = 0; i < nReceived; ++i)
     {
-        ++m_Ignored;
-        return;
+        const Datagram& in = m_In[static_cast<std::size_t>(i)];
+        const auto ping =
+            in.m_bTruncated || in.m_Address == 0 ? std::nullopt : ReadPing(in.m_Data.data(), in.m_Size);
+        if (!ping)
+            continue;
+        pings[nPings] = *ping;
+        sources[nPings] = in.m_Address;
+        index[nPings++] = i;
     }
-    ++m_Pings;
-    if (!m_Limiter.Allow(m_Sender.address().to_v4().to_uint(), Clock::now()))
+    PongAdmission::Verdict verdicts[kBatch] = {};
+    m_Admission.Decide(sources, verdicts, static_cast<std::size_t>(nPings), now);
+
+    std::uint64_t ignored = static_cast<std::uint64_t>(nReceived - nPings);
+    std::uint64_t limitedSource = 0, limitedGlobal = 0, dropped = 0;
+    int nOut = 0;
+    bool bWasEmpty = m_DelayedCount == 0;
+    for (int k = 0; k < nPings; ++k)
     {
-        ++m_Limited;
-        return;
+        if (verdicts[k] != PongAdmission::Verdict::Allowed)
+        {
+            ++(verdicts[k] == PongAdmission::Verdict::SourceLimited ? limitedSource : limitedGlobal);
+            continue;
+        }
+        ++m_Admitted;
+        if (m_Options.m_DropEvery > 0 && m_Admitted % m_Options.m_DropEvery == 0)
+        {
+            ++dropped;
+            continue;
+        }
+        // Faults take turns: the odd admitted pings get the wrong word.
+        const PongFault fault = !m_Options.m_bMalformedPongs ? PongFault::None
+                                : m_Admitted % 2 == 1        ? PongFault::WrongWord
+                                                             : PongFault::NoTick;
+        const Datagram& in = m_In[static_cast<std::size_t>(index[k])];
+        const bool bLocal = IsLocal(in);
+        const auto delay = std::chrono::milliseconds(m_Options.m_PongDelayMs);
+        const bool bHeld = delay.count() > 0 || bLocal;
+        if (bHeld && m_DelayedCount == kMaxDelayed)
+        {
+            ++dropped;
+            continue;
+        }
+        DelayedPong* held = bHeld ? &m_Delayed[(m_DelayedHead + m_DelayedCount) % kMaxDelayed] : nullptr;
+        Datagram& out = held ? held->m_Pong : m_Out[static_cast<std::size_t>(nOut)];
+        out.m_Size = static_cast<std::uint16_t>(
+            WritePong(pings[k], in.m_Data.data(), in.m_Size, fault, out.m_Data.data()));
+        if (out.m_Size == 0)
+        {
+            ++ignored;
+            continue;
+        }
+        out.m_Address = in.m_Address;
+        out.m_Port = m_Options.m_PongPort;
+        if (!held)
+        {
+            ++nOut;
+            continue;
+        }
+        held->m_Due = now + (bLocal ? std::max(delay, kLocalPongDelay) : delay);
+        ++m_DelayedCount;
     }
-    ++m_Admitted;
-    if (m_Options.m_DropEvery > 0 && m_Admitted % m_Options.m_DropEvery == 0)
-    {
-        ++m_Dropped;
-        return;
-    }
-    // Faults take turns: the odd admitted pings get the wrong word.
-    const PongFault fault = !m_Options.m_bMalformedPongs ? PongFault::None
-                            : m_Admitted % 2 == 1        ? PongFault::WrongWord
-                                                         : PongFault::NoTick;
-    auto pong = PongFor(*ping, m_Buffer.data(), nRequest, fault);
-    if (!pong)
-    {
-        ++m_Ignored;
-        return;
-    }
-    const asio::ip::udp::endpoint to(m_Sender.address(), m_Options.m_PongPort);
-    if (m_Options.m_PongDelayMs == 0)
-        return Send(to, *pong);
-    if (m_Delayed.size() >= kMaxDelayed)
-    {
-        ++m_Dropped;
-        return;
-    }
-    const bool bWasEmpty = m_Delayed.empty();
-    m_Delayed.push_back(
-        {Clock::now() + std::chrono::milliseconds(m_Options.m_PongDelayMs), to, std::move(*pong)});
-    if (bWasEmpty)
+    ServerMetrics::Add(m_Metrics.m_Pings, static_cast<std::uint64_t>(nPings));
+    ServerMetrics::Add(m_Metrics.m_Ignored, ignored);
+    ServerMetrics::Add(m_Metrics.m_LimitedSource, limitedSource);
+    ServerMetrics::Add(m_Metrics.m_LimitedGlobal, limitedGlobal);
+    ServerMetrics::Add(m_Metrics.m_Dropped, dropped);
+    SendOut(nOut);
+    if (bWasEmpty && m_DelayedCount > 0)
         ArmDelayTimer();
 }
 
-void UdpEchoService::Send(const asio::ip::udp::endpoint& to, const Bytes& data)
+void UdpEchoService::SendOut(int nCount)
 {
-    std::error_code ec;
-    m_Socket.send_to(asio::buffer(data), to, 0, ec);
-    if (ec)
-        ++m_Dropped;
-    else
-        ++m_Pongs;
+    std::uint64_t sent = 0, dropped = 0;
+    for (int first = 0; first < nCount;)
+    {
+        const int n = SendDatagrams(m_Socket.native_handle(), m_Out.data() + first, nCount - first);
+        if (n > 0)
+        {
+            sent += static_cast<std::uint64_t>(n);
+            first += n;
+        }
+        else
+        {
+            ++dropped; // the first one cannot go; the rest may
+            ++first;
+        }
+    }
+    ServerMetrics::Add(m_Metrics.m_PongsSent, sent);
+    ServerMetrics::Add(m_Metrics.m_Dropped, dropped);
 }
 
 void UdpEchoService::ArmDelayTimer()
 {
-    // Every pong waits the same time, so the queue is in due order.
-    m_DelayTimer.expires_at(m_Delayed.front().m_Due);
+    m_DelayTimer.expires_at(m_Delayed[m_DelayedHead].m_Due);
     m_DelayTimer.async_wait([this](const std::error_code& ec) { OnDelayTimer(ec); });
 }
 
@@ -133,12 +209,18 @@ void UdpEchoService::OnDelayTimer(const std::error_code& ec)
     if (ec == asio::error::operation_aborted || !m_Socket.is_open())
         return;
     const auto now = Clock::now();
-    while (!m_Delayed.empty() && m_Delayed.front().m_Due <= now)
+    while (m_DelayedCount > 0 && m_Delayed[m_DelayedHead].m_Due <= now)
     {
-        Send(m_Delayed.front().m_To, m_Delayed.front().m_Data);
-        m_Delayed.pop_front();
+        int n = 0;
+        for (; n < kBatch && m_DelayedCount > 0 && m_Delayed[m_DelayedHead].m_Due <= now; ++n)
+        {
+            m_Out[static_cast<std::size_t>(n)] = m_Delayed[m_DelayedHead].m_Pong;
+            m_DelayedHead = (m_DelayedHead + 1) % kMaxDelayed;
+            --m_DelayedCount;
+        }
+        SendOut(n);
     }
-    if (!m_Delayed.empty())
+    if (m_DelayedCount > 0)
         ArmDelayTimer();
 }
 
@@ -147,8 +229,5 @@ void UdpEchoService::Stop()
     std::error_code ignored;
     m_Socket.close(ignored);
     m_DelayTimer.cancel();
-    m_Delayed.clear();
-    LogLine("udp pings=" + std::to_string(m_Pings) + " pongs=" + std::to_string(m_Pongs) +
-            " ignored=" + std::to_string(m_Ignored) + " limited=" + std::to_string(m_Limited) +
-            " dropped=" + std::to_string(m_Dropped));
+    m_DelayedCount = 0;
 }

@@ -1,0 +1,67 @@
+#!/usr/bin/env bash
+# The reference server at the scale of a patch night: 10,000 concurrent
+# speed tests from 2,000 loopback source addresses (5 each, under the
+# default per-source cap of 8) against one rig_test_server with its default
+# threads. Goals: every test completes, the slowest at 32 KB/s or more; the
+# server's memory per connection is stated.
+#
+# usage: server_scale.sh [build dir]   (RIG_BENCH_SCALE sets the test count)
+#
+# Runs in a private network namespace (loopback only). The load comes from
+# bench_load_client, one event-driven process sharing the machine's cores
+# with the server. Memory per connection is the server's peak resident size
+# (VmHWM) less its size before the load, over the connections; the kernel's
+# socket buffers are not in it. The metrics endpoint is scraped after the
+# run: its counters must match the load.
+set -eu
+SRC=$(cd "$(dirname "$0")/.." && pwd)
+. "$SRC/bench/bench_common.sh"
+BUILD=${1:-build/release}
+N=${RIG_BENCH_SCALE:-10000}
+enter_netns "$0" "$@"
+
+SERVER=$(find_bin "$BUILD/tools" rig_test_server)
+LOAD=$(find_bin "$BUILD/bench" bench_load_client)
+for b in "$SERVER" "$LOAD"; do
+    [ -n "$b" ] || { echo "server_scale: build rig_test_server bench_load_client first" >&2; exit 1; }
+done
+WORK=$(mktemp -d)
+trap 'stop_server; rm -rf "$WORK"' EXIT
+
+# Both ends hold N descriptors; the server raises its own soft limit, the
+# shell's hard limit is what it may raise it to.
+ulimit -n "$(ulimit -Hn)" 2>/dev/null || true
+start_server "$SERVER" "$WORK" --max-connections $((N + 256)) --metrics 127.0.0.1:9100 --log-format json
+TICKS=$(getconf CLK_TCK)
+rss_kb() { sed -n "s/^$1:[[:space:]]*\([0-9]*\) kB/\1/p" "/proc/$SERVER_PID/status"; }
+cpu_s() { awk -v t="$TICKS" '{ sub(/.*\) /, ""); printf "%.2f\n", ($12 + $13) / t }' "/proc/$SERVER_PID/stat"; }
+base=$(rss_kb VmRSS)
+
+echo "== $N concurrent speed tests (load average: $(cut -d' ' -f1-3 /proc/loadavg), descriptors: $(ulimit -n))"
+timeout 300 "$LOAD" tcp --clients "$N" --sources 2000 --interval-ms 1 --limit-ms 240000 >"$WORK/tcp"
+t() { kv "$WORK/tcp" "$1"; }
+peak=$(rss_kb VmHWM)
+per_conn=$(awk -v p="$peak" -v b="$base" -v n="$N" 'BEGIN { printf "%.1f", (p - b) * 1024 / n / 1024 }')
+echo "completed $(t completed)/$N (failed $(t failed)); upload min $(t up_min_kbs) median $(t up_median_kbs) KB/s;" \
+    "download min $(t down_min_kbs) median $(t down_median_kbs) KB/s; $(t wall_ms) ms; server CPU $(cpu_s) s"
+echo "server RSS before $base kB, peak $peak kB: $per_conn KB per connection"
+# bash's own /dev/tcp: no HTTP client the set-up does not install.
+scrape() {
+    exec 3<>/dev/tcp/127.0.0.1/9100 && printf 'GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n' >&3 && timeout 5 cat <&3
+    exec 3<&-
+}
+scrape >"$WORK/metrics" 2>/dev/null || true
+grep -E '^rig_tcp_(tests_completed_total|connections_refused_total|connections_evicted_total|test_duration_seconds_count)' \
+    "$WORK/metrics" || true
+
+result server_scale "completed tests of $N" "$(t completed)" "$N" "$([ "$(t completed)" = "$N" ] && echo yes || echo no)"
+result server_scale "slowest of $N tests (KB/s)" "$(t worst_kbs)" ">= 32" \
+    "$(awk -v w="$(t worst_kbs)" 'BEGIN { print (w >= 32) ? "yes" : "no" }')"
+result server_scale "median upload of $N tests (KB/s)" "$(t up_median_kbs)" - -
+result server_scale "median download of $N tests (KB/s)" "$(t down_median_kbs)" - -
+result server_scale "server CPU for $N tests (s)" "$(cpu_s)" - -
+result server_scale "server memory per connection (KB, peak RSS)" "$per_conn" - -
+result server_scale "tests completed per the metrics endpoint" \
+    "$(sed -n 's/^rig_tcp_tests_completed_total //p' "$WORK/metrics")" "$N" \
+    "$([ "$(sed -n 's/^rig_tcp_tests_completed_total //p' "$WORK/metrics")" = "$N" ] && echo yes || echo no)"
+stop_server
