@@ -27,6 +27,9 @@ int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
     app.add_option("--pong-port", o.m_PongPort, "UDP port on the sender's address the pongs go to")
         ->capture_default_str()
         ->check(CLI::Range(1, 65535));
+    app.add_option("--extended-port", o.m_ExtendedPort,
+                   "UDP and TCP port of the extended network-quality exchange (0: off)")
+        ->capture_default_str();
     app.add_option("--max-connections", o.m_MaxConnections,
                    "TCP connections served at once; more are refused")
         ->capture_default_str()
@@ -67,6 +70,9 @@ int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
         ->group(faults)
         ->check(CLI::PositiveNumber);
     app.add_option("--pong-delay", o.m_PongDelayMs, "delay every pong by N milliseconds")->group(faults);
+    app.add_option("--jitter", o.m_JitterMs,
+                   "delay every extended echo by a further random 0..N milliseconds")
+        ->group(faults);
     app.add_flag("--malformed-pongs", o.m_bMalformedPongs, "answer with pongs the client must reject")
         ->group(faults);
 

@@ -9,6 +9,7 @@ struct ServerOptions
     std::uint16_t m_TcpPort = 9999;
     std::uint16_t m_UdpPort = 9998;
     std::uint16_t m_PongPort = 20000;
+    std::uint16_t m_ExtendedPort = 9997; // UDP and TCP; 0: no extended service
 
     std::uint32_t m_MaxConnections = 512;
     std::uint32_t m_IdleTimeoutMs = 30000;
@@ -26,6 +27,7 @@ struct ServerOptions
     std::uint32_t m_DropEvery = 0;
     std::uint32_t m_PongDelayMs = 0;
     bool m_bMalformedPongs = false;
+    std::uint32_t m_JitterMs = 0; // extended echoes wait up to this much longer, at random
 };
 
 /// Fills options from the command line. Returns -1 when the server should run,

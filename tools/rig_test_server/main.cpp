@@ -6,6 +6,7 @@
 #include <exception>
 #include <string>
 
+#include "ExtendedService.h"
 #include "FileLimit.h"
 #include "ServerOptions.h"
 #include "TcpSpeedService.h"
@@ -51,6 +52,18 @@ int Run(ServerOptions& options)
     if (auto ec = udp.Listen({address, options.m_UdpPort}))
         return ReportListenError("udp", options.m_Address, options.m_UdpPort, ec);
 
+    // The extended exchange is optional: a port already taken leaves the
+    // specified tests served.
+    ExtendedService extendedService(io, options);
+    bool bExtended = false;
+    if (options.m_ExtendedPort != 0)
+    {
+        if (auto ec = extendedService.Listen(address, options.m_ExtendedPort))
+            ReportListenError("extended", options.m_Address, options.m_ExtendedPort, ec);
+        else
+            bExtended = true;
+    }
+
     asio::signal_set signals(io, SIGINT, SIGTERM);
     signals.async_wait(
         [&](const std::error_code& ec, int)
@@ -59,13 +72,16 @@ int Run(ServerOptions& options)
                 return;
             tcp.Stop();
             udp.Stop();
+            if (bExtended)
+                extendedService.Stop();
         });
 
     const auto tcpEnd = tcp.LocalEndpoint();
     const auto udpEnd = udp.LocalEndpoint();
     LogLine("rig_test_server listening tcp " + tcpEnd.address().to_string() + ":" +
             std::to_string(tcpEnd.port()) + " udp " + udpEnd.address().to_string() + ":" +
-            std::to_string(udpEnd.port()));
+            std::to_string(udpEnd.port()) +
+            (bExtended ? " extended " + std::to_string(extendedService.LocalPort()) : std::string()));
     io.run();
     return 0;
 }
