@@ -11,9 +11,12 @@
 
 #include <CLI/CLI.hpp>
 
+#include "ExtendedOutput.h"
 #include "HeadlessToolkit.h"
 #include "ReportText.h"
 #include "ResultsJson.h"
+#include "RigInspector/ExtendedChecker.h"
+#include "RigInspectorApp/AnalyzerSettings.h"
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
 #include "TerminalOutput.h"
@@ -67,6 +70,7 @@ int main(int argc, char** argv)
     bool bQuiet = false;
     bool bNoColour = false;
     bool bNoProgress = false;
+    bool bExtended = false;
     app.add_option("--report", reportPath, "Write the final HTML report (UTF-8) to PATH")->type_name("PATH");
     app.add_option("--json", jsonPath, "Write the measured values and verdicts as JSON to PATH ('-': stdout)")
         ->type_name("PATH|-");
@@ -75,6 +79,9 @@ int main(int argc, char** argv)
     app.add_flag("-q,--quiet", bQuiet, "Print no report lines and no progress");
     app.add_flag("--no-color", bNoColour, "No colours (also when NO_COLOR is set)");
     app.add_flag("--no-progress", bNoProgress, "No spinner while a step runs");
+    app.add_flag("--extended", bExtended,
+                 "After the checks, measure latency under load, loss by direction, jitter, throughput and "
+                 "inbound reachability (about 10 s more; summary after the report, figures in the JSON)");
     app.set_version_flag("-V,--version", "rig_inspector_cli (Rig Inspector) 1.1");
     try
     {
@@ -118,6 +125,20 @@ int main(int argc, char** argv)
     output.StopSpinner();
     output.WriteLine(text.Finish());
 
+    ExtendedResult extendedResult;
+    if (bExtended)
+    {
+        ExtendedSettings settings;
+        settings.host = ToUtf8(g_settings.m_UdpHost);
+        settings.port = static_cast<std::uint16_t>(g_settings.m_ExtendedPort);
+        const bool bProgress = !bQuiet && !bNoProgress && ::isatty(STDERR_FILENO) == 1;
+        extendedResult = ExtendedChecker(settings).Run(
+            bProgress ? ExtendedChecker::Progress(WriteExtendedProgress) : ExtendedChecker::Progress());
+        if (bProgress)
+            WriteExtendedProgress(nullptr, 0, 0);
+        output.WriteLine(ExtendedSummaryText(extendedResult));
+    }
+
     int status = CheckExitStatus(g_inspector.m_Results);
     if (!reportPath.empty() && !WriteFile(reportPath, ToUtf8(toolkit.GetReportView().GetDocument())))
     {
@@ -133,7 +154,10 @@ int main(int argc, char** argv)
         outcome.optionsWritten = toolkit.GetOptionsWritten();
         outcome.patcherRequested = bPatcher;
         outcome.patcherStarted = toolkit.GetPatcherStarted();
-        const std::string json = ResultsToJson(g_inspector.m_Results, outcome).dump(2) + "\n";
+        auto results = ResultsToJson(g_inspector.m_Results, outcome);
+        if (bExtended)
+            results["extended"] = ExtendedToJson(extendedResult);
+        const std::string json = results.dump(2) + "\n";
         const bool bWritten = jsonFd >= 0 ? WriteFd(jsonFd, json) : WriteFile(jsonPath, json);
         if (!bWritten)
         {
