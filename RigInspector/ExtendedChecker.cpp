@@ -51,9 +51,12 @@ public:
                                });
     }
 
+    /// Resets the connection: what is still queued in either direction is
+    /// thrown away instead of competing with the next phase.
     void Close()
     {
         std::error_code ignored;
+        m_Socket.set_option(asio::socket_base::linger(true, 0), ignored);
         m_Socket.close(ignored);
     }
 
