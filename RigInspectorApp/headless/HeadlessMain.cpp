@@ -15,8 +15,7 @@
 #include "HeadlessToolkit.h"
 #include "ReportText.h"
 #include "ResultsJson.h"
-#include "RigInspector/ExtendedChecker.h"
-#include "RigInspectorApp/AnalyzerSettings.h"
+#include "RigInspectorApp/ExtendedStep.h"
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
 #include "TerminalOutput.h"
@@ -128,9 +127,7 @@ int main(int argc, char** argv)
     ExtendedResult extendedResult;
     if (bExtended)
     {
-        ExtendedSettings settings;
-        settings.host = ToUtf8(g_settings.m_UdpHost);
-        settings.port = static_cast<std::uint16_t>(g_settings.m_ExtendedPort);
+        const ExtendedSettings settings = ExtendedSettingsFrom(g_settings);
         const bool bProgress = !bQuiet && !bNoProgress && ::isatty(STDERR_FILENO) == 1;
         extendedResult = ExtendedChecker(settings).Run(
             bProgress ? ExtendedChecker::Progress(WriteExtendedProgress) : ExtendedChecker::Progress());
