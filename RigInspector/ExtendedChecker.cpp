@@ -157,6 +157,7 @@ private:
         }
         m_Cookie = welcome->cookie;
 
+        Report("idle latency");
         m_TickStart = Clock::now();
         Tick(0);
         RunUntil([this] { return m_bProbesDone; }, m_Deadline - kClosingReserve);
