@@ -14,6 +14,9 @@ namespace
 constexpr std::size_t kMaxDatagram = 65536;
 constexpr std::size_t kMaxSessions = 1024;
 constexpr auto kSessionIdle = std::chrono::seconds(60);
+// A hello from a forged source is never followed up; its session goes soon,
+// so a flood of them cannot keep real clients out for long.
+constexpr auto kUnusedSessionIdle = std::chrono::seconds(2);
 // A client sends about 500 probes a run; more are echoed but not counted.
 constexpr std::uint32_t kMaxCountedProbes = 8192;
 constexpr std::size_t kMaxDelayed = 4096;
@@ -244,6 +247,7 @@ void ExtendedService::OnDatagram(std::size_t n)
     }
     Session& session = it->second;
     session.m_LastSeen = now;
+    session.m_bUsed = true;
     switch (request->type)
     {
     case Type::Probe:
@@ -352,7 +356,11 @@ void ExtendedService::Accept()
 void ExtendedService::ForgetIdleSessions(Clock::time_point now)
 {
     std::erase_if(m_Sessions,
-                  [now](const auto& entry) { return now - entry.second.m_LastSeen > kSessionIdle; });
+                  [now](const auto& entry)
+                  {
+                      const auto idle = now - entry.second.m_LastSeen;
+                      return idle > kSessionIdle || (!entry.second.m_bUsed && idle > kUnusedSessionIdle);
+                  });
 }
 
 void ExtendedService::Stop()

@@ -38,6 +38,7 @@ public:
     {
         asio::ip::udp::endpoint m_Peer;
         Clock::time_point m_LastSeen;
+        bool m_bUsed = false;     // anything past the handshake came
         std::vector<bool> m_Seen; // by probe sequence number
         std::uint32_t m_Distinct = 0;
         std::uint32_t m_Duplicates = 0;
