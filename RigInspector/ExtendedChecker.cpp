@@ -29,8 +29,10 @@ constexpr Millis kClosingReserve{1500};
 class Stream : public std::enable_shared_from_this<Stream>
 {
 public:
-    Stream(asio::io_context& io, Type type, std::vector<std::uint64_t>& buckets, Clock::time_point phaseStart)
-        : m_Socket(io), m_Type(type), m_Buckets(buckets), m_PhaseStart(phaseStart), m_Buffer(kChunk)
+    Stream(asio::io_context& io, Type type, std::vector<std::uint64_t>& buckets, Clock::time_point phaseStart,
+           std::uint32_t& nConnected)
+        : m_Socket(io), m_Type(type), m_Buckets(buckets), m_PhaseStart(phaseStart), m_Buffer(kChunk),
+          m_nConnected(nConnected)
     {
     }
 
@@ -45,8 +47,10 @@ public:
                                    asio::async_write(self->m_Socket, asio::buffer(self->m_Header),
                                                      [self](const std::error_code& ec2, std::size_t)
                                                      {
-                                                         if (!ec2)
-                                                             self->Pump();
+                                                         if (ec2)
+                                                             return;
+                                                         ++self->m_nConnected;
+                                                         self->Pump();
                                                      });
                                });
     }
@@ -89,6 +93,7 @@ private:
     std::vector<std::uint64_t>& m_Buckets;
     Clock::time_point m_PhaseStart;
     std::vector<std::uint8_t> m_Buffer;
+    std::uint32_t& m_nConnected;
     extended::Bytes m_Header;
 };
 
@@ -172,7 +177,7 @@ private:
         if (stats)
         {
             serverReceived = stats->seq;
-            if (m_bUploadRan && m_S.phaseMs > m_S.warmupMs)
+            if (m_nConnected[0] > 0 && m_S.phaseMs > m_S.warmupMs)
                 result.uploadKBs =
                     static_cast<double>(stats->a) / 1024.0 / ((m_S.phaseMs - m_S.warmupMs) / 1000.0);
         }
@@ -203,7 +208,6 @@ private:
         {
             Report("upload under load");
             StartStreams(Type::Upload);
-            m_bUploadRan = true;
             m_Phase = 1;
         }
         else if (k == downloadAt)
@@ -253,7 +257,8 @@ private:
         const auto header = extended::Encode({type, m_Cookie, 0, duration});
         for (std::uint32_t i = 0; i < m_S.streams; ++i)
         {
-            auto stream = std::make_shared<Stream>(m_Io, type, m_DownBuckets, m_PhaseStart);
+            auto stream = std::make_shared<Stream>(m_Io, type, m_DownBuckets, m_PhaseStart,
+                                                   m_nConnected[type == Type::Upload ? 0 : 1]);
             stream->Start({m_Server.address(), m_S.port}, header);
             m_Streams.push_back(stream);
         }
@@ -279,7 +284,8 @@ private:
             bytes += m_DownBuckets[i];
         const double seconds =
             static_cast<double>(endMs / kBucket.count() * kBucket.count() - m_S.warmupMs) / 1000.0;
-        if (seconds > 0)
+        // No stream got through: nothing was measured, which is not 0 KB/s.
+        if (seconds > 0 && m_nConnected[1] > 0)
             m_DownloadKBs = static_cast<double>(bytes) / 1024.0 / seconds;
     }
 
@@ -403,7 +409,7 @@ private:
     ProbeLog m_Log;
     int m_Phase = 0; // idle, upload, download, tail
     bool m_bProbesDone = false;
-    bool m_bUploadRan = false;
+    std::uint32_t m_nConnected[2] = {0, 0}; // upload, download streams the server took
     bool m_bDownloadMeasured = false;
     bool m_bInbound = false;
     std::optional<double> m_DownloadKBs;
