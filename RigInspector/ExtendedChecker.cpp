@@ -25,14 +25,22 @@ constexpr std::size_t kChunk = 64 * 1024;
 // Kept back from the budget for the closing requests (counts, inbound).
 constexpr Millis kClosingReserve{1500};
 
+// What the streams of one phase share: how many the server took, and when
+// the first one was through (the server counts from then).
+struct PhaseStreams
+{
+    std::uint32_t connected = 0;
+    Clock::time_point firstConnected;
+};
+
 // One TCP stream of a throughput phase.
 class Stream : public std::enable_shared_from_this<Stream>
 {
 public:
     Stream(asio::io_context& io, Type type, std::vector<std::uint64_t>& buckets, Clock::time_point phaseStart,
-           std::uint32_t& nConnected)
+           PhaseStreams& phase)
         : m_Socket(io), m_Type(type), m_Buckets(buckets), m_PhaseStart(phaseStart), m_Buffer(kChunk),
-          m_nConnected(nConnected)
+          m_Phase(phase)
     {
     }
 
@@ -49,7 +57,8 @@ public:
                                                      {
                                                          if (ec2)
                                                              return;
-                                                         ++self->m_nConnected;
+                                                         if (self->m_Phase.connected++ == 0)
+                                                             self->m_Phase.firstConnected = Clock::now();
                                                          self->Pump();
                                                      });
                                });
@@ -93,7 +102,7 @@ private:
     std::vector<std::uint64_t>& m_Buckets;
     Clock::time_point m_PhaseStart;
     std::vector<std::uint8_t> m_Buffer;
-    std::uint32_t& m_nConnected;
+    PhaseStreams& m_Phase;
     extended::Bytes m_Header;
 };
 
@@ -171,15 +180,27 @@ private:
         if (!m_bDownloadMeasured && m_Phase == 2)
             MeasureDownload();
 
-        const auto stats = Ask({Type::StatsRequest, m_Cookie, 0, m_S.warmupMs, m_S.phaseMs}, Type::Stats, 3,
+        // The server's clock for the upload starts when the first stream is
+        // through; the client stopped sending phaseMs after it began to connect.
+        const std::uint64_t connectMs =
+            m_PhaseStreams[0].connected == 0
+                ? 0
+                : std::chrono::duration_cast<Millis>(m_PhaseStreams[0].firstConnected - m_UploadStart)
+                      .count();
+        const std::uint64_t windowEnd = m_S.phaseMs - std::min<std::uint64_t>(connectMs, m_S.phaseMs);
+        const auto stats = Ask({Type::StatsRequest, m_Cookie, 0, m_S.warmupMs, windowEnd}, Type::Stats, 3,
                                Millis(250), [](const Message&) { return true; });
         std::optional<std::uint32_t> serverReceived;
         if (stats)
         {
             serverReceived = stats->seq;
-            if (m_nConnected[0] > 0 && m_S.phaseMs > m_S.warmupMs)
-                result.uploadKBs =
-                    static_cast<double>(stats->a) / 1024.0 / ((m_S.phaseMs - m_S.warmupMs) / 1000.0);
+            // Whole buckets only, as the server sums them.
+            const std::uint64_t bucket = kBucket.count();
+            const std::uint64_t windowMs =
+                windowEnd / bucket * bucket -
+                std::min(windowEnd / bucket * bucket, m_S.warmupMs / bucket * bucket);
+            if (m_PhaseStreams[0].connected > 0 && windowMs > 0)
+                result.uploadKBs = static_cast<double>(stats->a) / 1024.0 / (windowMs / 1000.0);
         }
         m_Log.Summarize(result, serverReceived);
         result.downloadKBs = m_DownloadKBs;
@@ -208,6 +229,7 @@ private:
         {
             Report("upload under load");
             StartStreams(Type::Upload);
+            m_UploadStart = m_PhaseStart;
             m_Phase = 1;
         }
         else if (k == downloadAt)
@@ -258,7 +280,7 @@ private:
         for (std::uint32_t i = 0; i < m_S.streams; ++i)
         {
             auto stream = std::make_shared<Stream>(m_Io, type, m_DownBuckets, m_PhaseStart,
-                                                   m_nConnected[type == Type::Upload ? 0 : 1]);
+                                                   m_PhaseStreams[type == Type::Upload ? 0 : 1]);
             stream->Start({m_Server.address(), m_S.port}, header);
             m_Streams.push_back(stream);
         }
@@ -285,7 +307,7 @@ private:
         const double seconds =
             static_cast<double>(endMs / kBucket.count() * kBucket.count() - m_S.warmupMs) / 1000.0;
         // No stream got through: nothing was measured, which is not 0 KB/s.
-        if (seconds > 0 && m_nConnected[1] > 0)
+        if (seconds > 0 && m_PhaseStreams[1].connected > 0)
             m_DownloadKBs = static_cast<double>(bytes) / 1024.0 / seconds;
     }
 
@@ -409,7 +431,8 @@ private:
     ProbeLog m_Log;
     int m_Phase = 0; // idle, upload, download, tail
     bool m_bProbesDone = false;
-    std::uint32_t m_nConnected[2] = {0, 0}; // upload, download streams the server took
+    PhaseStreams m_PhaseStreams[2]; // upload, download
+    Clock::time_point m_UploadStart;
     bool m_bDownloadMeasured = false;
     bool m_bInbound = false;
     std::optional<double> m_DownloadKBs;
