@@ -108,6 +108,8 @@ AnalyzerSettings::AnalyzerSettings(const std::string& path, Diagnostics* pDiagno
                                                   tstring(kGameSite) + u"/Gameguide/systemreq.asp", path);
     m_PortForwardUrl = GetPrivateProfileString(u"url", u"portforward",
                                                tstring(u"http://") + kPortForwardGuideHost + u"/", path);
+    m_bExtendedEnable = GetPrivateProfileInt(u"extended", u"enable", 0, path) != 0;
+    m_ExtendedPort = GetPrivateProfileInt(u"extended", u"port", 9997, path);
     if (pDiagnostics != nullptr)
         CheckSettings(*pDiagnostics, *this);
 }

@@ -42,6 +42,10 @@ public:
     std::int32_t m_MinSystemMemory = 0;
     std::int32_t m_MinVideoMemory = 0;
     std::int32_t m_MinCpuSpeed = 0;
+    /// The extended network-quality step after the sequence (desktop), and
+    /// the server's port for it; the host is the UDP test's.
+    bool m_bExtendedEnable = false;
+    std::int32_t m_ExtendedPort = 0;
 };
 
 /// The one settings record; the checks read it directly and nothing writes it.

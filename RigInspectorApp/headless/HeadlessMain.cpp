@@ -11,10 +11,12 @@
 #include <CLI/CLI.hpp>
 
 #include "ConsoleIo.h"
+#include "ExtendedOutput.h"
 #include "HeadlessToolkit.h"
 #include "ReportText.h"
 #include "ResultsJson.h"
 #include "RigInspector/Diagnostics.h"
+#include "RigInspectorApp/ExtendedStep.h"
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
 #include "TerminalOutput.h"
@@ -71,6 +73,7 @@ int main(int argc, char** argv)
     bool bQuiet = false;
     bool bNoColour = false;
     bool bNoProgress = false;
+    bool bExtended = false;
     app.add_option("--report", reportPath, "Write the final HTML report (UTF-8) to PATH")->type_name("PATH");
     app.add_option("--json", jsonPath, "Write the measured values and verdicts as JSON to PATH ('-': stdout)")
         ->type_name("PATH|-");
@@ -79,6 +82,9 @@ int main(int argc, char** argv)
     app.add_flag("-q,--quiet", bQuiet, "Print no report lines and no progress");
     app.add_flag("--no-color", bNoColour, "No colours (also when NO_COLOR is set)");
     app.add_flag("--no-progress", bNoProgress, "No spinner while a step runs");
+    app.add_flag("--extended", bExtended,
+                 "After the checks, measure latency under load, loss by direction, jitter, throughput and "
+                 "inbound reachability (about 10 s more; summary after the report, figures in the JSON)");
     app.set_version_flag("-V,--version", "rig_inspector_cli (Rig Inspector) 1.1");
     PrepareConsole();
     try
@@ -123,6 +129,18 @@ int main(int argc, char** argv)
     output.StopSpinner();
     output.WriteLine(text.Finish());
 
+    ExtendedResult extendedResult;
+    if (bExtended)
+    {
+        const ExtendedSettings settings = ExtendedSettingsFrom(g_settings);
+        const bool bProgress = !bQuiet && !bNoProgress && IsTerminal(2);
+        extendedResult = ExtendedChecker(settings).Run(
+            bProgress ? ExtendedChecker::Progress(WriteExtendedProgress) : ExtendedChecker::Progress());
+        if (bProgress)
+            WriteExtendedProgress(nullptr, 0, 0);
+        output.WriteLine(ExtendedSummaryText(extendedResult));
+    }
+
     // What the report does not say goes to standard error, one warning a line,
     // also with --quiet: it is what a player needs when a result looks wrong.
     const std::vector<Diagnostic> diagnostics = GetDiagnostics().List();
@@ -145,7 +163,10 @@ int main(int argc, char** argv)
         outcome.patcherRequested = bPatcher;
         outcome.patcherStarted = toolkit.GetPatcherStarted();
         outcome.diagnostics = diagnostics;
-        const std::string json = ResultsToJson(g_inspector.m_Results, outcome).dump(2) + "\n";
+        auto results = ResultsToJson(g_inspector.m_Results, outcome);
+        if (bExtended)
+            results["extended"] = ExtendedToJson(extendedResult);
+        const std::string json = results.dump(2) + "\n";
         const bool bWritten = jsonFd >= 0 ? WriteFd(jsonFd, json) : WriteFile(jsonPath, json);
         if (!bWritten)
         {

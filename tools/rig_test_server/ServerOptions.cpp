@@ -50,6 +50,9 @@ int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
     app.add_option("--threads", o.m_Threads, "threads serving the tests (0: one per core)")
         ->capture_default_str()
         ->check(CLI::Range(0u, 256u));
+    app.add_option("--extended-port", o.m_ExtendedPort,
+                   "UDP and TCP port of the extended network-quality exchange (0: off)")
+        ->capture_default_str();
     app.add_option("--max-connections", o.m_MaxConnections,
                    "TCP connections served at once; more are refused")
         ->capture_default_str()
@@ -105,6 +108,9 @@ int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
         ->group(faults)
         ->check(CLI::PositiveNumber);
     app.add_option("--pong-delay", o.m_PongDelayMs, "delay every pong by N milliseconds")->group(faults);
+    app.add_option("--jitter", o.m_JitterMs,
+                   "delay every extended echo by a further random 0..N milliseconds")
+        ->group(faults);
     app.add_flag("--malformed-pongs", o.m_bMalformedPongs, "answer with pongs the client must reject")
         ->group(faults);
 

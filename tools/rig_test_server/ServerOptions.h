@@ -11,6 +11,7 @@ struct ServerOptions
     std::uint16_t m_TcpPort = 9999;
     std::uint16_t m_UdpPort = 9998;
     std::uint16_t m_PongPort = 20000;
+    std::uint16_t m_ExtendedPort = 9997; // UDP and TCP; 0: no extended service
 
     unsigned m_Threads = 0; // 0: one per core
     std::uint32_t m_MaxConnections = 10000;
@@ -35,6 +36,7 @@ struct ServerOptions
     std::uint32_t m_DropEvery = 0;
     std::uint32_t m_PongDelayMs = 0;
     bool m_bMalformedPongs = false;
+    std::uint32_t m_JitterMs = 0; // extended echoes wait up to this much longer, at random
 };
 
 /// Fills options from the command line. Returns -1 when the server should run,

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "ExtendedService.h"
 #include "FileLimit.h"
 #include "MetricsEndpoint.h"
 #include "ServerLimits.h"
@@ -129,6 +130,18 @@ int Run(ServerOptions& options)
             return ReportListenError("metrics tcp", endpoint.address().to_string(), endpoint.port(), ec);
     }
 
+    // The extended exchange is optional: a port already taken leaves the
+    // specified tests served. Its traffic is light, so it shares the control loop.
+    ExtendedService extendedService(control, options);
+    bool bExtended = false;
+    if (options.m_ExtendedPort != 0)
+    {
+        if (auto ec = extendedService.Listen(address, options.m_ExtendedPort))
+            ReportListenError("extended", options.m_Address, options.m_ExtendedPort, ec);
+        else
+            bExtended = true;
+    }
+
     asio::signal_set signals(control, SIGINT, SIGTERM);
     signals.async_wait(
         [&](const std::error_code& ec, int)
@@ -139,6 +152,8 @@ int Run(ServerOptions& options)
             for (std::size_t i = 0; i < workers.size(); ++i)
                 asio::post(*workers[i], [&service = *udp[i]] { service.Stop(); });
             metricsEndpoint.Stop();
+            if (bExtended)
+                extendedService.Stop();
         });
 
     std::string ready = "rig_test_server listening tcp " +
@@ -147,6 +162,8 @@ int Run(ServerOptions& options)
     if (!options.m_Metrics.empty())
         ready += " metrics " +
                  ToText(metricsEndpoint.LocalEndpoint().address(), metricsEndpoint.LocalEndpoint().port());
+    if (bExtended)
+        ready += " extended " + std::to_string(extendedService.LocalPort());
     LogLine(ready + " threads " + std::to_string(threads));
 
     std::vector<std::thread> running;

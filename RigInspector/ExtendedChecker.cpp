@@ -1,0 +1,448 @@
+#include "ExtendedChecker.h"
+
+#include <array>
+#include <asio/connect.hpp>
+#include <asio/io_context.hpp>
+#include <asio/ip/tcp.hpp>
+#include <asio/ip/udp.hpp>
+#include <asio/steady_timer.hpp>
+#include <asio/write.hpp>
+#include <chrono>
+#include <memory>
+#include <random>
+
+#include "ExtendedWire.h"
+
+using extended::Message;
+using extended::Type;
+
+namespace
+{
+using Clock = std::chrono::steady_clock;
+using Millis = std::chrono::milliseconds;
+constexpr Millis kBucket{50};
+constexpr std::size_t kChunk = 64 * 1024;
+// Kept back from the budget for the closing requests (counts, inbound).
+constexpr Millis kClosingReserve{1500};
+
+// What the streams of one phase share: how many the server took, and when
+// the first one was through (the server counts from then).
+struct PhaseStreams
+{
+    std::uint32_t connected = 0;
+    Clock::time_point firstConnected;
+};
+
+// One TCP stream of a throughput phase.
+class Stream : public std::enable_shared_from_this<Stream>
+{
+public:
+    Stream(asio::io_context& io, Type type, std::vector<std::uint64_t>& buckets, Clock::time_point phaseStart,
+           PhaseStreams& phase)
+        : m_Socket(io), m_Type(type), m_Buckets(buckets), m_PhaseStart(phaseStart), m_Buffer(kChunk),
+          m_Phase(phase)
+    {
+    }
+
+    void Start(const asio::ip::tcp::endpoint& server, const extended::Bytes& header)
+    {
+        m_Header = header;
+        m_Socket.async_connect(server,
+                               [self = shared_from_this()](const std::error_code& ec)
+                               {
+                                   if (ec)
+                                       return;
+                                   asio::async_write(self->m_Socket, asio::buffer(self->m_Header),
+                                                     [self](const std::error_code& ec2, std::size_t)
+                                                     {
+                                                         if (ec2)
+                                                             return;
+                                                         if (self->m_Phase.connected++ == 0)
+                                                             self->m_Phase.firstConnected = Clock::now();
+                                                         self->Pump();
+                                                     });
+                               });
+    }
+
+    /// Resets the connection: what is still queued in either direction is
+    /// thrown away instead of competing with the next phase.
+    void Close()
+    {
+        std::error_code ignored;
+        m_Socket.set_option(asio::socket_base::linger(true, 0), ignored);
+        m_Socket.close(ignored);
+    }
+
+private:
+    void Pump()
+    {
+        auto self = shared_from_this();
+        if (m_Type == Type::Upload)
+            return m_Socket.async_write_some(asio::buffer(m_Buffer),
+                                             [self](const std::error_code& ec, std::size_t)
+                                             {
+                                                 if (!ec)
+                                                     self->Pump();
+                                             });
+        m_Socket.async_read_some(asio::buffer(m_Buffer),
+                                 [self](const std::error_code& ec, std::size_t n)
+                                 {
+                                     if (ec)
+                                         return;
+                                     const auto slot = static_cast<std::size_t>(
+                                         (Clock::now() - self->m_PhaseStart) / kBucket);
+                                     if (slot < self->m_Buckets.size())
+                                         self->m_Buckets[slot] += n;
+                                     self->Pump();
+                                 });
+    }
+
+    asio::ip::tcp::socket m_Socket;
+    Type m_Type;
+    std::vector<std::uint64_t>& m_Buckets;
+    Clock::time_point m_PhaseStart;
+    std::vector<std::uint8_t> m_Buffer;
+    PhaseStreams& m_Phase;
+    extended::Bytes m_Header;
+};
+
+class Exchange
+{
+public:
+    Exchange(const ExtendedSettings& settings, const ExtendedChecker::Progress& progress)
+        : m_S(settings), m_Progress(progress), m_Udp(m_Io), m_Game(m_Io), m_Ticker(m_Io),
+          m_Random(std::random_device{}())
+    {
+    }
+
+    ExtendedResult Run()
+    {
+        m_Start = Clock::now();
+        m_Deadline = m_Start + Millis(m_S.budgetMs);
+        ExtendedResult result;
+        result.ran = true;
+        result.streams = m_S.streams;
+        result.phaseMs = m_S.phaseMs;
+        result.warmupMs = m_S.warmupMs;
+        result.gamePort = m_S.gamePort;
+        Measure(result);
+        Close();
+        result.durationMs = static_cast<std::uint32_t>(ElapsedMs());
+        return result;
+    }
+
+private:
+    void Measure(ExtendedResult& result)
+    {
+        std::error_code ec;
+        const auto address = asio::ip::make_address_v4(m_S.host, ec);
+        if (ec)
+        {
+            result.failure = "the server address " + m_S.host + " is not an IPv4 address";
+            return;
+        }
+        m_Server = {address, m_S.port};
+        m_Udp.open(asio::ip::udp::v4(), ec);
+        if (!ec)
+            m_Udp.connect(m_Server, ec); // only the server's datagrams reach this socket
+        if (ec)
+        {
+            result.failure = "no UDP socket: " + ec.message();
+            return;
+        }
+        ReceiveUdp();
+        // Bound before anything is sent, and nothing is ever sent from it.
+        m_Game.open(asio::ip::udp::v4(), ec);
+        if (!ec)
+            m_Game.bind({asio::ip::udp::v4(), m_S.gamePort}, ec);
+        const bool bGamePort = !ec;
+        if (bGamePort)
+            ReceiveGame();
+
+        Report("handshake");
+        const std::uint64_t nonce = m_Random() | 1;
+        const auto welcome = Ask({Type::Hello, 0, 0, nonce}, Type::Welcome, 4, Millis(300),
+                                 [nonce](const Message& m) { return m.a == nonce && m.cookie != 0; });
+        if (!welcome)
+        {
+            result.failure =
+                "no answer from the extended service at " + m_S.host + ":" + std::to_string(m_S.port);
+            return;
+        }
+        m_Cookie = welcome->cookie;
+
+        Report("idle latency");
+        m_TickStart = Clock::now();
+        Tick(0);
+        RunUntil([this] { return m_bProbesDone; }, m_Deadline - kClosingReserve);
+        m_Ticker.cancel();
+        StopStreams();
+        if (!m_bDownloadMeasured && m_Phase == 2)
+            MeasureDownload();
+
+        // The server's clock for the upload starts when the first stream is
+        // through; the client stopped sending phaseMs after it began to connect.
+        const std::uint64_t connectMs =
+            m_PhaseStreams[0].connected == 0
+                ? 0
+                : std::chrono::duration_cast<Millis>(m_PhaseStreams[0].firstConnected - m_UploadStart)
+                      .count();
+        const std::uint64_t windowEnd = m_S.phaseMs - std::min<std::uint64_t>(connectMs, m_S.phaseMs);
+        const auto stats = Ask({Type::StatsRequest, m_Cookie, 0, m_S.warmupMs, windowEnd}, Type::Stats, 3,
+                               Millis(250), [](const Message&) { return true; });
+        std::optional<std::uint32_t> serverReceived;
+        if (stats)
+        {
+            serverReceived = stats->seq;
+            // Whole buckets only, as the server sums them.
+            const std::uint64_t bucket = kBucket.count();
+            const std::uint64_t windowMs =
+                windowEnd / bucket * bucket -
+                std::min(windowEnd / bucket * bucket, m_S.warmupMs / bucket * bucket);
+            if (m_PhaseStreams[0].connected > 0 && windowMs > 0)
+                result.uploadKBs = static_cast<double>(stats->a) / 1024.0 / (windowMs / 1000.0);
+        }
+        m_Log.Summarize(result, serverReceived);
+        result.downloadKBs = m_DownloadKBs;
+
+        if (bGamePort)
+        {
+            Report("inbound");
+            m_InboundNonce = m_Random() | 1;
+            for (int i = 0; i < 3 && !m_bInbound && Clock::now() < m_Deadline; ++i)
+            {
+                Send({Type::InboundRequest, m_Cookie, 0, m_InboundNonce});
+                RunUntil([this] { return m_bInbound; }, std::min(m_Deadline, Clock::now() + Millis(300)));
+            }
+            result.inboundReached = m_bInbound;
+        }
+    }
+
+    // The 20 ms beat drives everything after the handshake: probe k goes at
+    // k x interval, and the phases change on fixed beats.
+    void Tick(std::uint32_t k)
+    {
+        const std::uint32_t phaseTicks = m_S.phaseMs / m_S.intervalMs;
+        const std::uint32_t uploadAt = m_S.idleProbes, downloadAt = uploadAt + phaseTicks,
+                            tailAt = downloadAt + phaseTicks, endAt = tailAt + m_S.tailMs / m_S.intervalMs;
+        if (k == uploadAt)
+        {
+            Report("upload under load");
+            StartStreams(Type::Upload);
+            m_UploadStart = m_PhaseStart;
+            m_Phase = 1;
+        }
+        else if (k == downloadAt)
+        {
+            StopStreams();
+            Report("download under load");
+            StartStreams(Type::Download);
+            m_Phase = 2;
+        }
+        else if (k == tailAt)
+        {
+            StopStreams();
+            MeasureDownload();
+            Report("last echoes");
+            m_Phase = 3;
+        }
+        if (k >= endAt)
+        {
+            m_bProbesDone = true;
+            return;
+        }
+        if (k < tailAt)
+        {
+            const std::int64_t now = NowUs();
+            m_Log.OnSent(k, m_Phase == 0 ? ProbePhase::Idle : ProbePhase::Loaded, now);
+            Send({Type::Probe, m_Cookie, k, static_cast<std::uint64_t>(now)});
+        }
+        if (k % 50 == 0 && k != 0)
+            Report(nullptr);
+        m_Ticker.expires_at(m_TickStart + Millis(m_S.intervalMs) * (k + 1));
+        m_Ticker.async_wait(
+            [this, k](const std::error_code& ec)
+            {
+                if (!ec)
+                    Tick(k + 1);
+            });
+    }
+
+    void StartStreams(Type type)
+    {
+        m_PhaseStart = Clock::now();
+        if (type == Type::Download)
+            m_DownBuckets.assign(m_S.phaseMs / kBucket.count() + 1, 0);
+        // The server stops a download a little after the client's own end,
+        // so the last bucket is still full.
+        const std::uint64_t duration = m_S.phaseMs + (type == Type::Download ? 1000 : 0);
+        const auto header = extended::Encode({type, m_Cookie, 0, duration});
+        for (std::uint32_t i = 0; i < m_S.streams; ++i)
+        {
+            auto stream = std::make_shared<Stream>(m_Io, type, m_DownBuckets, m_PhaseStart,
+                                                   m_PhaseStreams[type == Type::Upload ? 0 : 1]);
+            stream->Start({m_Server.address(), m_S.port}, header);
+            m_Streams.push_back(stream);
+        }
+    }
+
+    void StopStreams()
+    {
+        for (auto& stream : m_Streams)
+            stream->Close();
+        m_Streams.clear();
+    }
+
+    void MeasureDownload()
+    {
+        m_bDownloadMeasured = true;
+        const auto endMs = std::min<std::int64_t>(
+            m_S.phaseMs, std::chrono::duration_cast<Millis>(Clock::now() - m_PhaseStart).count());
+        if (endMs <= static_cast<std::int64_t>(m_S.warmupMs))
+            return;
+        std::uint64_t bytes = 0;
+        for (std::size_t i = m_S.warmupMs / kBucket.count();
+             i < static_cast<std::size_t>(endMs / kBucket.count()) && i < m_DownBuckets.size(); ++i)
+            bytes += m_DownBuckets[i];
+        const double seconds =
+            static_cast<double>(endMs / kBucket.count() * kBucket.count() - m_S.warmupMs) / 1000.0;
+        // No stream got through: nothing was measured, which is not 0 KB/s.
+        if (seconds > 0 && m_PhaseStreams[1].connected > 0)
+            m_DownloadKBs = static_cast<double>(bytes) / 1024.0 / seconds;
+    }
+
+    template <class Accept>
+    std::optional<Message> Ask(const Message& request, Type replyType, int tries, Millis wait, Accept accept)
+    {
+        m_Reply.reset();
+        m_ReplyType = replyType;
+        for (int i = 0; i < tries && Clock::now() < m_Deadline; ++i)
+        {
+            Send(request);
+            RunUntil([&] { return m_Reply && accept(*m_Reply); }, std::min(m_Deadline, Clock::now() + wait));
+            if (m_Reply && accept(*m_Reply))
+                return m_Reply;
+        }
+        return std::nullopt;
+    }
+
+    void Send(const Message& message)
+    {
+        std::error_code ignored; // a lost request is retried; a lost probe is loss
+        m_Udp.send(asio::buffer(extended::Encode(message)), 0, ignored);
+    }
+
+    void ReceiveUdp()
+    {
+        m_Udp.async_receive(asio::buffer(m_UdpBuffer),
+                            [this](const std::error_code& ec, std::size_t n)
+                            {
+                                if (ec == asio::error::operation_aborted || !m_Udp.is_open())
+                                    return;
+                                if (!ec)
+                                    OnDatagram(n);
+                                ReceiveUdp();
+                            });
+    }
+
+    void OnDatagram(std::size_t n)
+    {
+        const auto message = extended::Decode(m_UdpBuffer.data(), n);
+        if (!message || (message->type != Type::Welcome && message->cookie != m_Cookie))
+            return;
+        if (message->type == Type::Echo)
+            m_Log.OnEcho(message->seq, static_cast<std::int64_t>(message->a), NowUs());
+        else if (message->type == m_ReplyType)
+            m_Reply = message;
+    }
+
+    void ReceiveGame()
+    {
+        m_Game.async_receive_from(asio::buffer(m_GameBuffer), m_GameSender,
+                                  [this](const std::error_code& ec, std::size_t n)
+                                  {
+                                      if (ec == asio::error::operation_aborted || !m_Game.is_open())
+                                          return;
+                                      const auto message = extended::Decode(m_GameBuffer.data(), n);
+                                      if (!ec && message && message->type == Type::Inbound &&
+                                          message->cookie == m_Cookie && message->a == m_InboundNonce)
+                                          m_bInbound = true;
+                                      ReceiveGame();
+                                  });
+    }
+
+    template <class Done> void RunUntil(Done done, Clock::time_point until)
+    {
+        while (!done())
+        {
+            const auto now = Clock::now();
+            if (now >= until)
+                return;
+            m_Io.restart();
+            m_Io.run_one_for(until - now);
+        }
+    }
+
+    void Close()
+    {
+        std::error_code ignored;
+        m_Ticker.cancel();
+        StopStreams();
+        m_Udp.close(ignored);
+        m_Game.close(ignored);
+        // Let the cancelled handlers run, so nothing outlives this object.
+        m_Io.restart();
+        m_Io.run_for(Millis(200));
+    }
+
+    void Report(const char* phase)
+    {
+        if (phase != nullptr)
+            m_PhaseText = phase;
+        if (m_Progress)
+            m_Progress(m_PhaseText, static_cast<std::uint32_t>(ElapsedMs()), m_S.budgetMs);
+    }
+
+    std::int64_t ElapsedMs() const
+    {
+        return std::chrono::duration_cast<Millis>(Clock::now() - m_Start).count();
+    }
+    std::int64_t NowUs() const
+    {
+        return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - m_Start).count();
+    }
+
+    const ExtendedSettings& m_S;
+    const ExtendedChecker::Progress& m_Progress;
+    asio::io_context m_Io{1};
+    asio::ip::udp::socket m_Udp;
+    asio::ip::udp::socket m_Game;
+    asio::steady_timer m_Ticker;
+    std::mt19937_64 m_Random;
+    asio::ip::udp::endpoint m_Server;
+    asio::ip::udp::endpoint m_GameSender;
+    std::array<std::uint8_t, 2048> m_UdpBuffer{};
+    std::array<std::uint8_t, 2048> m_GameBuffer{};
+    Clock::time_point m_Start, m_Deadline, m_TickStart, m_PhaseStart;
+    std::uint64_t m_Cookie = 0;
+    std::uint64_t m_InboundNonce = 0;
+    std::optional<Message> m_Reply;
+    Type m_ReplyType = Type::Welcome;
+    ProbeLog m_Log;
+    int m_Phase = 0; // idle, upload, download, tail
+    bool m_bProbesDone = false;
+    PhaseStreams m_PhaseStreams[2]; // upload, download
+    Clock::time_point m_UploadStart;
+    bool m_bDownloadMeasured = false;
+    bool m_bInbound = false;
+    std::optional<double> m_DownloadKBs;
+    std::vector<std::uint64_t> m_DownBuckets;
+    std::vector<std::shared_ptr<Stream>> m_Streams;
+    const char* m_PhaseText = "";
+};
+} // namespace
+
+ExtendedResult ExtendedChecker::Run(const Progress& progress)
+{
+    return Exchange(m_Settings, progress).Run();
+}
