@@ -130,13 +130,13 @@ std::string Rate(const std::optional<double>& kbs)
 }
 } // namespace
 
-std::vector<DetailSection> ExtendedDetails(const ExtendedResult& r)
+std::vector<ExtendedSection> ExtendedDetails(const ExtendedResult& r)
 {
     if (!r.ran)
         return {};
     if (!r.failure.empty())
         return {{"Extended network test", {"Not measured: " + r.failure}}};
-    std::vector<DetailSection> out;
+    std::vector<ExtendedSection> out;
     out.push_back({"Latency",
                    {Format("Idle: %s median, %s 90th percentile, %s best (%u probes)", Ms(r.idle.p50).c_str(),
                            Ms(r.idle.p90).c_str(), Ms(r.idle.min).c_str(), r.idle.samples),

@@ -91,9 +91,9 @@ std::optional<double> Percentile(std::vector<double> samples, double q);
 
 /// The findings as titled groups of plain lines, for the terminal and a
 /// details view.
-struct DetailSection
+struct ExtendedSection
 {
     std::string title;
     std::vector<std::string> lines;
 };
-std::vector<DetailSection> ExtendedDetails(const ExtendedResult& result);
+std::vector<ExtendedSection> ExtendedDetails(const ExtendedResult& result);
