@@ -59,14 +59,14 @@ struct UdpResult
     std::int32_t minPingMs = -1;
     std::int32_t avgPingMs = -1;
     std::int32_t maxPingMs = -1;
-    std::uint32_t ignored = 0; // datagrams on the pong port that answered no ping
+    std::uint32_t ignored = 0;         // datagrams on the pong port that answered no ping
     std::uint32_t malformed = 0;       // of those: not a pong, or too short to hold
     std::uint32_t unknownSequence = 0; // of those: a sequence number never sent
     std::uint32_t badRoundTrip = 0;    // of those: tick or round trip 0 or below
     std::uint32_t duplicates = 0;      // valid pongs for a ping already answered
     bool pongPortBound = true;         // false: another program held port 20000
-    bool passed = false;       // nothing was lost
-    tstring failure;           // what escaped the worker, if anything did
+    bool passed = false;               // nothing was lost
+    tstring failure;                   // what escaped the worker, if anything did
 };
 
 struct PortsResult

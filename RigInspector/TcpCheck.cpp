@@ -35,8 +35,8 @@ void ReportTcpResult(const TcpChecker& checker, const tstring& failure)
     result.uploadCompleted = checker.m_bUploadCompleted;
     result.uploadBytes = checker.m_UploadBytes;
     result.downloadBytes = checker.m_DownloadBytes;
-    result.downloadCompleted =
-        checker.m_DownloadBytes >= static_cast<std::uint32_t>(TcpChecker::kBlockSize * TcpChecker::kBlockCount);
+    result.downloadCompleted = checker.m_DownloadBytes >=
+                               static_cast<std::uint32_t>(TcpChecker::kBlockSize * TcpChecker::kBlockCount);
     result.uploadBytesPerSec = checker.m_UploadSpeed;
     result.downloadBytesPerSec = checker.m_DownloadSpeed;
     if (result.connected)

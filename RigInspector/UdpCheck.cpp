@@ -68,10 +68,11 @@ void DiagnoseRefusedPongs(const UdpResult& result, std::uint16_t port)
                                                reasons));
     }
     if (result.duplicates > 0)
-        GetDiagnostics().Add("pongs_duplicated",
-                             zul::FormatString(u"%d pongs answered a ping already answered; their round trips "
-                                               u"count again in the figures.",
-                                               static_cast<int>(result.duplicates)));
+        GetDiagnostics().Add(
+            "pongs_duplicated",
+            zul::FormatString(u"%d pongs answered a ping already answered; their round trips "
+                              u"count again in the figures.",
+                              static_cast<int>(result.duplicates)));
 }
 
 void ReportUdpResult(const UdpChecker& checker, const tstring& failure)

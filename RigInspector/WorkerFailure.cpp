@@ -4,8 +4,8 @@
 #include <string>
 
 #include "Diagnostics.h"
-#include "share/common/Format.h"
 #include "share/common/Error.h"
+#include "share/common/Format.h"
 #include "share/common/StringUtil.h"
 
 namespace
@@ -46,6 +46,7 @@ tstring DescribeWorkerFailure(const zul::Thread& worker)
 
 void DiagnoseWorkerFailure(const char16_t* testName, const tstring& failure)
 {
-    GetDiagnostics().Add("check_stopped_on_error",
-                         zul::FormatString(u"The %s test stopped on an internal error: %s", testName, failure));
+    GetDiagnostics().Add(
+        "check_stopped_on_error",
+        zul::FormatString(u"The %s test stopped on an internal error: %s", testName, failure));
 }

@@ -101,7 +101,8 @@ bool CGraphicConfigDlg::WriteOptions()
         return true;
     GetDiagnostics().Add("options_write_failed",
                          zul::FormatString(u"The graphic options could not be written to %s (%s).",
-                                           zul::Utf8ToUtf16(g_optionFile), why.empty() ? tstring(u"unknown error") : why));
+                                           zul::Utf8ToUtf16(g_optionFile),
+                                           why.empty() ? tstring(u"unknown error") : why));
     return false;
 }
 

@@ -376,7 +376,8 @@ bool WritePrivateProfileString(const tstring& section, const tstring& key, const
     return WritePrivateProfileStrings(section, {{key, value}}, path);
 }
 
-bool WritePrivateProfileStrings(const tstring& section, const std::vector<std::pair<tstring, tstring>>& entries,
+bool WritePrivateProfileStrings(const tstring& section,
+                                const std::vector<std::pair<tstring, tstring>>& entries,
                                 const std::string& path, tstring* pWhy)
 {
     tstring why;

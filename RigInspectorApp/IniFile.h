@@ -29,7 +29,8 @@ bool WritePrivateProfileString(const tstring& section, const tstring& key, const
 /// none. It is replaced in one step where its folder allows, rewritten in
 /// place where only the file is writable. On failure, pWhy (when given) says
 /// why in one plain clause.
-bool WritePrivateProfileStrings(const tstring& section, const std::vector<std::pair<tstring, tstring>>& entries,
+bool WritePrivateProfileStrings(const tstring& section,
+                                const std::vector<std::pair<tstring, tstring>>& entries,
                                 const std::string& path, tstring* pWhy = nullptr);
 
 /// Why the file exists but cannot be read as a profile (a directory, a FIFO,

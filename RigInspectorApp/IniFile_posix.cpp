@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -73,30 +74,52 @@ std::string ResolveTarget(const std::string& path)
     return target;
 }
 
+volatile sig_atomic_t g_DeferredSignal = 0;
+
+extern "C" void RememberSignal(int signal)
+{
+    g_DeferredSignal = signal;
+}
+
 /// Holds back the signals that end a process politely while a temporary file
-/// exists, so it is renamed or removed before they take effect.
+/// exists, so it is renamed or removed before they take effect; then the
+/// signal is raised again under the process's own disposition. A handler for
+/// the whole process, not a thread's mask: the signal may be sent to any
+/// thread (the CLI's spinner, the GUI's helpers). Writes run on one thread.
 class DeferredTermination
 {
 public:
     DeferredTermination()
     {
-        sigset_t block;
-        sigemptyset(&block);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-            sigaddset(&block, signal);
-        m_bBlocked = ::pthread_sigmask(SIG_BLOCK, &block, &m_Old) == 0;
+        g_DeferredSignal = 0;
+        struct sigaction remember
+        {
+        };
+        remember.sa_handler = &RememberSignal;
+        sigemptyset(&remember.sa_mask);
+        for (std::size_t i = 0; i < kSignals.size(); ++i)
+        {
+            m_bSwapped[i] = ::sigaction(kSignals[i], nullptr, &m_Old[i]) == 0 && m_Old[i].sa_handler != SIG_IGN &&
+                            ::sigaction(kSignals[i], &remember, nullptr) == 0;
+        }
     }
     ~DeferredTermination()
     {
-        if (m_bBlocked)
-            ::pthread_sigmask(SIG_SETMASK, &m_Old, nullptr);
+        for (std::size_t i = 0; i < kSignals.size(); ++i)
+        {
+            if (m_bSwapped[i])
+                ::sigaction(kSignals[i], &m_Old[i], nullptr);
+        }
+        if (g_DeferredSignal != 0)
+            ::raise(g_DeferredSignal);
     }
     DeferredTermination(const DeferredTermination&) = delete;
     DeferredTermination& operator=(const DeferredTermination&) = delete;
 
 private:
-    sigset_t m_Old{};
-    bool m_bBlocked = false;
+    static constexpr std::array<int, 4> kSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+    std::array<struct sigaction, 4> m_Old{};
+    std::array<bool, 4> m_bSwapped{};
 };
 
 bool ReplaceByRename(const std::string& target, const std::string& content, const struct stat* pOld,

@@ -18,8 +18,25 @@ TEST(SystemProbesSmoke, RealProbesAnswerPlausibly)
     EXPECT_TRUE(GetSystemMemory(total, available));
     EXPECT_GT(total, 0u);
     EXPECT_LE(available, total);
+    EXPECT_GE(GetPhysicalMemoryBytes(), std::uint64_t{total} * kReportMegabyte); // the same size, unsaturated
     const bool found = GetVideoMemory(total, available); // figures left from the memory probe must go
-    EXPECT_TRUE(found ? total > 0 : total + available == 0);
+    // Only an integrated GPU is found with 0: it has no memory of its own.
+    EXPECT_TRUE(found ? total > 0 || g_lastVideoProbe == VideoProbeDetail::IntegratedOnly
+                      : total + available == 0);
+}
+
+// Without a time-stamp counter the kernel's figure is the clock: cpufreq's
+// kHz first, else the first "cpu MHz" of cpuinfo, else 0.
+TEST(KernelCpuClock, CpufreqThenCpuinfo)
+{
+    TempDir dir;
+    const std::string freq = dir.File("cpuinfo_max_freq");
+    const std::string info = dir.File("cpuinfo");
+    TempDir::Write(info, "processor\t: 0\nBogoMIPS\t: 48.00\ncpu MHz\t\t: 1800.250\ncpu MHz\t\t: 900.0\n");
+    EXPECT_EQ(ReadKernelCpuMhz(freq, info), 1800u);
+    TempDir::Write(freq, "2400000\n");
+    EXPECT_EQ(ReadKernelCpuMhz(freq, info), 2400u);
+    EXPECT_EQ(ReadKernelCpuMhz(dir.File("none"), dir.File("none")), 0u);
 }
 
 /// Makes path's folders and, with text, the file itself.

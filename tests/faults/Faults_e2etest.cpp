@@ -87,7 +87,8 @@ TEST_F(FaultsTest, JunkFloodOnThePongPortIsCountedAndNamed)
     EXPECT_EQ(refused["malformed"].get<int>() + refused["unknown_sequence"].get<int>() +
                   refused["bad_round_trip"].get<int>(),
               udp["ignored_datagrams"].get<int>());
-    EXPECT_NE(run.err.find("datagrams that answered no ping came to port 20000"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("datagrams that answered no ping came to port 20000"), std::string::npos)
+        << run.err;
     EXPECT_FALSE(run.Has("answered no ping")) << run.report;
 }
 
@@ -136,8 +137,9 @@ TEST_F(FaultsTest, BrokenSettingsFilesGiveTheDefaults)
         EXPECT_TRUE(e2e::ReadFile(m_Dir + "/rig_inspector.ini") == settings);
         const nlohmann::json tooLarge = {
             {{"code", "settings_file_unreadable"},
-             {"message", "The settings file ./rig_inspector.ini cannot be read (it is larger than 16 MiB), so "
-                         "every setting takes its default."}}};
+             {"message",
+              "The settings file ./rig_inspector.ini cannot be read (it is larger than 16 MiB), so "
+              "every setting takes its default."}}};
         EXPECT_EQ(SettingsDiagnostics(run), nJunk == 0 ? tooLarge : nlohmann::json::array());
     }
 }
@@ -146,8 +148,9 @@ TEST_F(FaultsTest, BrokenSettingsFilesGiveTheDefaults)
 // warnings on standard error; the report itself stays as it always was.
 TEST_F(FaultsTest, SettingsThatCannotWorkAreDiagnosed)
 {
-    e2e::WriteFile(m_Dir + "/rig_inspector.ini",
-                   "[tcp]\nhost=localhost\nport=70000\n[udp]\nhost=\ncheck_port_min=20010\ncheck_port_max=20000\n");
+    e2e::WriteFile(
+        m_Dir + "/rig_inspector.ini",
+        "[tcp]\nhost=localhost\nport=70000\n[udp]\nhost=\ncheck_port_min=20010\ncheck_port_max=20000\n");
     const e2e::CliRun run = Run();
     ExpectFinished(run);
     std::vector<std::string> codes;
@@ -209,8 +212,8 @@ TEST_F(FaultsTest, OptionsFolderThatCannotTakeTheFileKeepsTheOldOne)
         const auto value = [&](const char* key) { return std::to_string(rec[key].get<int>()); };
         EXPECT_EQ(e2e::ReadFile(m_Root + "/after.ini"),
                   bWritable ? "[video]\r\nshadow=" + value("shadow") + "\r\naudience=" + value("audience") +
-                                  "\r\nevent_screen=" + value("event_screen") + "\r\nchar_lod=" +
-                                  value("char_lod") + "\r\n\r\n[audio]\r\nvolume=7\r\n"
+                                  "\r\nevent_screen=" + value("event_screen") +
+                                  "\r\nchar_lod=" + value("char_lod") + "\r\n\r\n[audio]\r\nvolume=7\r\n"
                             : c.option);
         EXPECT_EQ(e2e::ReadFile(m_Root + "/listing.txt"), c.listing);
         std::filesystem::create_directories(m_Game);

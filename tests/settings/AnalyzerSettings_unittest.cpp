@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "RigInspector/Diagnostics.h"
 #include "RigInspectorApp/AnalyzerSettings.h"
 #include "tests/settings/TempDir.h"
 
@@ -46,5 +47,33 @@ TEST(AnalyzerSettings, EveryKeyIsReadUnchecked)
     EXPECT_EQ(s.m_MinCpuSpeed, -3);
     EXPECT_EQ(s.m_MinRequirementUrl, u"http://req");
     EXPECT_EQ(s.m_PortForwardUrl, u"http://guide");
+}
+// Values stay as given; what cannot work is told, each in one sentence.
+TEST(AnalyzerSettings, DiagnosesWhatCannotWorkAsGiven)
+{
+    TempDir dir;
+    TempDir::Write(dir.File("rig.ini"),
+                   "[tcp]\nhost=10.0.0.256\nport=0\n[udp]\nhost=192.168.1.2\nport=65536\n"
+                   "check_port_min=-70000\ncheck_port_max=0\n");
+    Diagnostics diagnostics;
+    const AnalyzerSettings s(dir.File("rig.ini"), &diagnostics);
+    EXPECT_EQ(s.m_UdpPort, 65536);
+    std::vector<tstring> messages;
+    for (const Diagnostic& d : diagnostics.List())
+        messages.push_back(d.message);
+    EXPECT_EQ(messages,
+              (std::vector<tstring>{
+                  u"The [tcp] host \"10.0.0.256\" is not an IPv4 address in dotted form, and hosts are never "
+                  u"looked up by name, so this test cannot reach its server.",
+                  u"The [tcp] port 0 is outside 1 to 65535, so port 0 is used instead.",
+                  u"The [udp] port 65536 is outside 1 to 65535, so port 0 is used instead.",
+                  u"The [udp] port range -70000 to 0 spans more than 65,536 ports, so only its first 65,536 "
+                  u"ports are checked."}));
+
+    Diagnostics none;
+    const AnalyzerSettings folder(dir.Path(), &none);
+    ASSERT_EQ(none.List().size(), 1u);
+    EXPECT_EQ(none.List()[0].code, "settings_file_unreadable");
+    EXPECT_EQ(folder.m_TcpPort, 9999);
 }
 } // namespace
