@@ -214,8 +214,11 @@ void Win32DialogWindow::OnInitDialog()
     {
         if (control.kind == DialogControlTemplate::Kind::ReportView)
         {
-            RECT rect{control.x, control.y, control.x + control.cx, control.y + control.cy};
-            ::MapDialogRect(m_hWnd, &rect);
+            // Position and size convert on their own, as for the template's
+            // controls, so a width never depends on its position.
+            RECT units{control.x, control.y, control.cx, control.cy};
+            ::MapDialogRect(m_hWnd, &units);
+            const RECT rect{units.left, units.top, units.left + units.right, units.top + units.bottom};
             m_pReportView = CreateReportView(m_hWnd, control.nId, rect);
         }
         else if (control.nId != IDC_STATIC)
