@@ -66,11 +66,10 @@ DWORD ControlStyle(const DialogControlTemplate& control, WORD& windowClass)
 
 std::vector<WORD> BuildDialogTemplate(const DialogTemplate& t)
 {
-    const bool bMain = !t.bCloseBox;
     DWORD style = WS_POPUP | WS_CAPTION | DS_MODALFRAME | DS_SHELLFONT | DS_CENTER;
     if (t.bCloseBox)
         style |= WS_SYSMENU;
-    if (bMain)
+    if (t.bMainWindow)
         style |= WS_VISIBLE;
 
     WORD nItems = 0;
@@ -81,7 +80,7 @@ std::vector<WORD> BuildDialogTemplate(const DialogTemplate& t)
     w.Word(1);      // dlgVer
     w.Word(0xFFFF); // signature: DLGTEMPLATEEX
     w.DWord(0);     // helpID
-    w.DWord(bMain ? WS_EX_APPWINDOW : 0);
+    w.DWord(t.bMainWindow ? WS_EX_APPWINDOW : 0);
     w.DWord(style);
     w.Word(nItems);
     w.Word(0);

@@ -84,7 +84,7 @@ TEST_F(Win32ToolkitTest, TemplatesBecomeWindowsInDialogUnitsWithTheirStyles)
             const LONG_PTR style = ::GetWindowLongPtrW(d.m_hWnd, GWL_STYLE);
             const LONG_PTR exStyle = ::GetWindowLongPtrW(d.m_hWnd, GWL_EXSTYLE);
             EXPECT_EQ((style & WS_SYSMENU) != 0, t.bCloseBox);
-            EXPECT_EQ((exStyle & WS_EX_APPWINDOW) != 0, !t.bCloseBox);
+            EXPECT_EQ((exStyle & WS_EX_APPWINDOW) != 0, t.bMainWindow);
             for (const DialogControlTemplate& c : t.controls)
             {
                 if (c.nId == IDC_STATIC)
