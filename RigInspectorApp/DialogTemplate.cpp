@@ -35,8 +35,8 @@ constexpr std::array kGraphicConfigControls{
 };
 
 constexpr DialogTemplate kTemplates[] = {
-    {IDD_INSPECTOR_DIALOG, 219, 291, u"Dunmore Nine Rig Inspector v1.1", 9, false, kInspectorControls},
-    {IDD_GRAPHIC_CONFIG_DIALOG, 236, 157, u"Dunmore Nine Graphic Configuration", 8, true,
+    {IDD_INSPECTOR_DIALOG, 219, 291, u"Dunmore Nine Rig Inspector v1.1", 9, false, true, kInspectorControls},
+    {IDD_GRAPHIC_CONFIG_DIALOG, 236, 157, u"Dunmore Nine Graphic Configuration", 8, true, false,
      kGraphicConfigControls},
 };
 } // namespace

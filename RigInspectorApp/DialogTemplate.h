@@ -36,6 +36,9 @@ struct DialogTemplate
     int nFontPointSize;
     /// WS_SYSMENU: the title bar has a close box.
     bool bCloseBox;
+    /// WS_EX_APPWINDOW and WS_VISIBLE: the application's main window, with
+    /// its own taskbar button, shown as it is created.
+    bool bMainWindow;
     std::span<const DialogControlTemplate> controls;
 };
 

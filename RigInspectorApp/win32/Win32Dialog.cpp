@@ -66,11 +66,10 @@ DWORD ControlStyle(const DialogControlTemplate& control, WORD& windowClass)
 
 std::vector<WORD> BuildDialogTemplate(const DialogTemplate& t)
 {
-    const bool bMain = !t.bCloseBox;
     DWORD style = WS_POPUP | WS_CAPTION | DS_MODALFRAME | DS_SHELLFONT | DS_CENTER;
     if (t.bCloseBox)
         style |= WS_SYSMENU;
-    if (bMain)
+    if (t.bMainWindow)
         style |= WS_VISIBLE;
 
     WORD nItems = 0;
@@ -81,7 +80,7 @@ std::vector<WORD> BuildDialogTemplate(const DialogTemplate& t)
     w.Word(1);      // dlgVer
     w.Word(0xFFFF); // signature: DLGTEMPLATEEX
     w.DWord(0);     // helpID
-    w.DWord(bMain ? WS_EX_APPWINDOW : 0);
+    w.DWord(t.bMainWindow ? WS_EX_APPWINDOW : 0);
     w.DWord(style);
     w.Word(nItems);
     w.Word(0);
@@ -214,8 +213,11 @@ void Win32DialogWindow::OnInitDialog()
     {
         if (control.kind == DialogControlTemplate::Kind::ReportView)
         {
-            RECT rect{control.x, control.y, control.x + control.cx, control.y + control.cy};
-            ::MapDialogRect(m_hWnd, &rect);
+            // Position and size convert on their own, as for the template's
+            // controls, so a width never depends on its position.
+            RECT units{control.x, control.y, control.cx, control.cy};
+            ::MapDialogRect(m_hWnd, &units);
+            const RECT rect{units.left, units.top, units.left + units.right, units.top + units.bottom};
             m_pReportView = CreateReportView(m_hWnd, control.nId, rect);
         }
         else if (control.nId != IDC_STATIC)

@@ -16,8 +16,7 @@ class Win32ReportView;
 
 /// The in-memory DLGTEMPLATEEX of a template: "MS Shell Dlg" at the table's
 /// point size, every control but the report view (created at WM_INITDIALOG,
-/// as it is not a window class the dialog manager knows). The main dialog
-/// (no close box) is centred and visible at creation with a taskbar button.
+/// as it is not a window class the dialog manager knows). Both are centred.
 std::vector<WORD> BuildDialogTemplate(const DialogTemplate& dialogTemplate);
 
 /// A button or radio button behind the logic's IControl.

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "AssertionTestUtil.h"
+#include "Platform.h"
 
 // The release variant of this test must really be built as a release is.
 #if defined(ZUL_EXPECT_NDEBUG) && !defined(NDEBUG)
@@ -21,9 +22,7 @@ constexpr std::size_t kStamp = 17; // "yy-mm-dd hh:mm:ss"
 
 std::string StampNow()
 {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
+    const std::tm local = zul::platform::LocalTimeNow();
     char stamp[32];
     std::strftime(stamp, sizeof stamp, "%y-%m-%d %H:%M:%S", &local);
     return stamp;

@@ -1,10 +1,10 @@
 #pragma once
 // A private temporary folder per test, removed with everything in it, so no
 // test depends on the directory it was started in.
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <stdexcept>
 #include <string>
 
@@ -13,10 +13,19 @@ class TempDir
 public:
     TempDir()
     {
-        std::string pattern = std::filesystem::temp_directory_path().string() + "/rig_test_XXXXXX";
-        if (::mkdtemp(pattern.data()) == nullptr)
-            throw std::runtime_error("mkdtemp failed");
-        m_Path = pattern;
+        // create_directory is false for a folder that exists: a fresh name is
+        // one nobody else made, as mkdtemp's would be.
+        std::random_device seed;
+        std::mt19937_64 random(seed());
+        const std::filesystem::path base = std::filesystem::temp_directory_path();
+        for (int attempt = 0; attempt < 100 && m_Path.empty(); ++attempt)
+        {
+            const std::filesystem::path candidate = base / ("rig_test_" + std::to_string(random()));
+            if (std::filesystem::create_directory(candidate))
+                m_Path = candidate.generic_string();
+        }
+        if (m_Path.empty())
+            throw std::runtime_error("no temporary folder");
     }
     ~TempDir()
     {

@@ -6,7 +6,7 @@
 #include "SocketTestUtil.h"
 #include "share/socket/DatagramPool.h"
 #include "share/socket/DatagramSocket.h"
-#include "tests/server/TestSockets.h"
+#include "share/socket/SocketPlatform.h"
 
 using zul::socket::Datagram;
 using zul::socket::DatagramPool;
@@ -18,8 +18,13 @@ constexpr std::uint16_t kPort = 20000;
 // Raw bytes rather than a Datagram: a datagram may be shorter than a header.
 bool SendRaw(std::size_t nLength)
 {
+    namespace platform = zul::socket::platform;
     const std::vector<std::uint8_t> bytes(nLength, 0x5A);
-    return testnet::SendDatagram(testnet::BindUdp("127.0.0.1", 0), kPort, bytes.data(), bytes.size());
+    const zul::socket::SocketHandle hSocket = platform::Open(platform::SocketKind::Datagram);
+    const int nSent = platform::SendTo(hSocket, bytes.data(), static_cast<int>(bytes.size()),
+                                       platform::MakeAddress(platform::TextToAddress(u"127.0.0.1"), kPort));
+    platform::Close(hSocket);
+    return nSent == static_cast<int>(bytes.size());
 }
 } // namespace
 

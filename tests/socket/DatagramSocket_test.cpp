@@ -63,7 +63,7 @@ TEST(DatagramSocket, FailedBindIsRecordedAndTheSocketStillSends)
     EXPECT_EQ(u"127.0.0.1", socket.GetHost());
 
     DatagramSocket taken(u"127.0.0.1", kHostPort, false);
-    EXPECT_EQ(EADDRINUSE, taken.GetLastError());
+    EXPECT_EQ(socket_test::kAddressInUse, taken.GetLastError());
     Datagram datagram;
     datagram.SetHost(u"127.0.0.1");
     datagram.SetPort(kHostPort);

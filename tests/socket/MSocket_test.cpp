@@ -38,11 +38,6 @@ struct Connection
         socket_test::BoundBlockingCalls(*client);
     }
 };
-
-bool IsGonePeerCode(int code)
-{
-    return code == EPIPE || code == ECONNRESET;
-}
 } // namespace
 
 TEST(MSocket, LifecycleStates)
@@ -111,7 +106,7 @@ TEST(MSocket, SendAndReceiveResults)
     for (int i = 0; i < 100 && result >= 0; ++i)
         result = c.server->Send("x", 1, 0);
     EXPECT_EQ(-1, result);
-    EXPECT_TRUE(IsGonePeerCode(c.server->GetLastError())) << c.server->GetLastError();
+    EXPECT_TRUE(socket_test::IsGonePeerCode(c.server->GetLastError())) << c.server->GetLastError();
 }
 
 TEST(MSocket, ConnectFailuresAreResults)
@@ -121,7 +116,7 @@ TEST(MSocket, ConnectFailuresAreResults)
     listener->Close();
     MSocket refused(0, true);
     EXPECT_FALSE(refused.Connect(u"127.0.0.1", port, 5000));
-    EXPECT_EQ(ECONNREFUSED, refused.GetLastError());
+    EXPECT_EQ(socket_test::kRefused, refused.GetLastError());
     EXPECT_FALSE(refused.IsConnected());
     // A name is not looked up: it reads as 255.255.255.255, which TCP cannot reach.
     MSocket named(0, true);
@@ -168,5 +163,5 @@ TEST(MSocket, SendBlockIsWholeTimedOutOrFailed)
     for (int i = 0; i < 100 && status != MSocket::SendStatus::Failed; ++i)
         status = c.client->SendBlock(data, sizeof(data), 200, nullptr);
     EXPECT_EQ(MSocket::SendStatus::Failed, status);
-    EXPECT_TRUE(IsGonePeerCode(c.client->GetLastError())) << c.client->GetLastError();
+    EXPECT_TRUE(socket_test::IsGonePeerCode(c.client->GetLastError())) << c.client->GetLastError();
 }

@@ -1,34 +1,24 @@
 #!/bin/sh
 # Desktop smoke test of rig_inspector.exe under Wine and Xvfb (no window
-# manager), against the Linux reference server, all inside a network and
-# mount namespace of its own so the fixed ports and the wineserver are private.
+# manager), against the Linux reference server. Runs inside wine_xvfb_run.sh,
+# which gives it a display, a prefix and a network namespace of its own.
 #
-# usage: smoke_wine.sh <rig_inspector.exe> <rig_test_server> <wine prefix> <output dir>
+# usage: wine_xvfb_run.sh <prefix> smoke_wine.sh <rig_inspector.exe> <rig_test_server> <output dir>
 # Run 1: the whole check sequence, a screenshot of each dialog, Next, then
 # Accept writes ../game/option.ini with the four keys. Run 2: Next, then
 # Cancel (Esc) quits without touching option.ini. Every wait is bounded.
 set -eu
-if [ "${RIG_SMOKE_INSIDE:-}" != 1 ]; then
-    RIG_SMOKE_INSIDE=1 exec unshare --net --mount "$0" "$@"
-fi
 EXE=$(realpath "$1")
 SERVER=$2
-mkdir -p "$3" "$4"
-PREFIX=$(realpath "$3") # Wine takes absolute prefixes only
-OUT=$4
+OUT=$3
+mkdir -p "$OUT"
 WORK=$(mktemp -d)
 PIDS=""
 cleanup() {
-    wineserver -k 2>/dev/null || true
     for pid in $PIDS; do kill "$pid" 2>/dev/null || true; done
     rm -rf "$WORK"
 }
 trap cleanup EXIT
-
-# A wineserver of this namespace only (Wine's sockets belong to it).
-mkdir -p "/tmp/.wine-$(id -u)"
-mount -t tmpfs -o size=16m,mode=700 rig-wine "/tmp/.wine-$(id -u)"
-ip link set lo up
 
 wait_for() {
     n=$1; shift
@@ -42,21 +32,6 @@ wait_for() {
 "$SERVER" >"$WORK/server.log" 2>&1 &
 PIDS="$PIDS $!"
 wait_for 100 grep -q listening "$WORK/server.log" || { echo "server did not start"; exit 1; }
-
-# The display comes before the prefix's first Wine process, or Wine keeps
-# failing to make windows.
-Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$WORK/display" 2>/dev/null &
-PIDS="$PIDS $!"
-wait_for 100 test -s "$WORK/display" || { echo "Xvfb did not start"; exit 1; }
-DISPLAY=:$(cat "$WORK/display")
-export DISPLAY WINEPREFIX="$PREFIX" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
-if [ ! -f "$PREFIX/.rig_ready" ]; then
-    wine wineboot --init >"$WORK/wineboot.log" 2>&1 || { cat "$WORK/wineboot.log"; exit 1; }
-    wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1
-    wineserver -w
-    touch "$PREFIX/.rig_ready"
-fi
-wineserver -p
 
 MAIN="Dunmore Nine Rig Inspector v1.1"
 CONFIG="Dunmore Nine Graphic Configuration"

@@ -18,8 +18,9 @@ make_prefix() {
     (
         flock 9
         if [ ! -f "$WINEPREFIX/.rig_ready" ]; then
-            wine wineboot --init >/dev/null 2>&1
-            wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1
+            wine wineboot --init </dev/null >/dev/null 2>&1
+            wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f \
+                </dev/null >/dev/null 2>&1
             wineserver -w
             touch "$WINEPREFIX/.rig_ready"
         fi
@@ -32,10 +33,12 @@ case "${1:-}" in
     ;;
 --start)
     make_prefix
-    wineserver -p
+    # Wine's server and services outlive this script: they must not hold the
+    # test runner's output pipes. A server already up for the prefix is kept.
+    wineserver -p </dev/null >/dev/null 2>&1 || true
     # A first program start brings up Wine's services; without it the first
     # test can wait on them holding its standard output.
-    wine cmd /c exit >/dev/null 2>&1
+    wine cmd /c exit </dev/null >/dev/null 2>&1
     ;;
 --stop)
     wineserver -k 2>/dev/null || true
