@@ -15,10 +15,8 @@ if [ "${RIG_CLI_COMPARE_INSIDE:-}" != 1 ]; then
     RIG_CLI_COMPARE_INSIDE=1 exec unshare --net --mount "$0" "$@"
 fi
 
-# Inside: a wineserver of this namespace's own (see tests/wine/wine_netns_run.sh).
-mkdir -p "/tmp/.wine-$(id -u)"
-mount -t tmpfs -o size=16m,mode=700 rig-wine "/tmp/.wine-$(id -u)"
-ip link set lo up
+# Inside: a wineserver of this namespace's own.
+. "$(dirname "$0")/../wine/wine_private_server.sh"
 export WINEPREFIX=$prefix WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
 work=$(mktemp -d)
 server=
@@ -28,8 +26,7 @@ cleanup() {
     rm -rf "$work"
 }
 trap cleanup EXIT
-wineserver -p </dev/null >/dev/null 2>&1
-wine cmd /c exit </dev/null >/dev/null 2>&1
+wine_private_server
 
 "$linux_server" >"$work/server.log" 2>&1 &
 server=$!
