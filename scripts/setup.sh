@@ -14,6 +14,10 @@ PACKAGES=(
     iproute2 util-linux xvfb xauth xdotool x11-apps fonts-liberation fontconfig
     # fuzzing and benchmarks
     clang libclang-rt-14-dev iperf3 jq procps
+    # the Windows build: cross compilers, Wine for its tests, the installer,
+    # signing and the archive (the desktop tests also use xvfb, xauth,
+    # xdotool and x11-apps above)
+    g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64 nsis osslsigncode zip unzip
 )
 
 missing=()

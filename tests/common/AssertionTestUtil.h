@@ -2,6 +2,8 @@
 // Helpers for tests that provoke assertion failures.
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "share/common/Assert.h"
@@ -19,7 +21,12 @@ public:
         std::filesystem::current_path(m_Previous, ignored);
     }
 
-    static std::string ReadLog() { return TempDir::Read("assertion_failed.log"); }
+    /// The log as text: the platform's line ends (CR LF on Windows) read as "\n".
+    static std::string ReadLog()
+    {
+        std::ifstream in("assertion_failed.log");
+        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
 
 private:
     std::filesystem::path m_Previous = std::filesystem::current_path();
