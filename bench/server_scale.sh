@@ -45,6 +45,7 @@ per_conn=$(awk -v p="$peak" -v b="$base" -v n="$N" 'BEGIN { printf "%.1f", (p - 
 echo "completed $(t completed)/$N (failed $(t failed)); upload min $(t up_min_kbs) median $(t up_median_kbs) KB/s;" \
     "download min $(t down_min_kbs) median $(t down_median_kbs) KB/s; $(t wall_ms) ms; server CPU $(cpu_s) s"
 echo "server RSS before $base kB, peak $peak kB: $per_conn KB per connection"
+echo "how the tests ended (server log):" $(grep -o '"end":"[a-z-]*"' "$WORK/server.out" | sort | uniq -c | tr -s ' ')
 # bash's own /dev/tcp: no HTTP client the set-up does not install.
 scrape() {
     exec 3<>/dev/tcp/127.0.0.1/9100 && printf 'GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n' >&3 && timeout 5 cat <&3

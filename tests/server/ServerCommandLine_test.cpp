@@ -8,8 +8,14 @@ using namespace testnet;
 
 TEST(ServerCommandLine, UsageErrorsExitTwoWithOneLine)
 {
-    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-             {"--no-such-flag"}, {"--address", "localhost"}, {"--tcp-port", "70000"}, {"--drop-every", "0"}})
+    for (const std::vector<std::string>& args :
+         std::vector<std::vector<std::string>>{{"--no-such-flag"},
+                                               {"--address", "localhost"},
+                                               {"--tcp-port", "70000"},
+                                               {"--drop-every", "0"},
+                                               {"--metrics", "localhost:9100"},
+                                               {"--metrics", "127.0.0.1:65536"},
+                                               {"--log-format", "xml"}})
     {
         ServerProcess server(args);
         EXPECT_EQ(server.WaitForExit(), 2) << args[0];

@@ -1,8 +1,11 @@
 #include "ServerOptions.h"
 
+#include "LogOutput.h"
+
 #include <CLI/CLI.hpp>
 #include <asio/ip/address_v4.hpp>
 #include <cstdio>
+#include <mutex>
 #include <string>
 
 namespace
@@ -12,12 +15,21 @@ const char* const kProgram = "rig_test_server";
 
 void LogLine(const std::string& line)
 {
-    // One locked write per line: the threads' lines never interleave.
-    flockfile(stdout);
-    std::fwrite(line.data(), 1, line.size(), stdout);
-    std::fputc('\n', stdout);
-    std::fflush(stdout);
-    funlockfile(stdout);
+    // One write per line under one lock: the threads' lines never
+    // interleave. Lines the reader cannot take are counted, not waited for,
+    // and the count is said as soon as output flows again.
+    static std::mutex s_Mutex;
+    static unsigned long long s_Dropped = 0;
+    std::lock_guard lock(s_Mutex);
+    std::string text;
+    if (s_Dropped > 0)
+        text = "rig_test_server: " + std::to_string(s_Dropped) + " log lines dropped (output not read)\n";
+    text += line;
+    text += '\n';
+    if (WriteLogNow(text))
+        s_Dropped = 0;
+    else
+        ++s_Dropped;
 }
 
 std::optional<asio::ip::tcp::endpoint> ParseEndpoint(const std::string& text)
