@@ -207,6 +207,18 @@ int WaitWritable(SocketHandle hSocket, std::uint32_t nTimeoutMs)
     return SelectWritable(hSocket, nTimeoutMs);
 }
 
+int WaitReadable(SocketHandle hSocket, std::uint32_t nTimeoutMs)
+{
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(hSocket, &readable);
+    timeval timeout{static_cast<long>(nTimeoutMs / 1000u), static_cast<long>(nTimeoutMs % 1000u) * 1000L};
+    const int ready = ::select(0, &readable, nullptr, nullptr, &timeout);
+    if (ready == SOCKET_ERROR)
+        return -1;
+    return ready > 0 ? 1 : 0;
+}
+
 // Winsock raises no signal for a vanished peer.
 int Send(SocketHandle hSocket, const void* pData, int nLength, int flags)
 {
