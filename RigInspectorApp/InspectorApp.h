@@ -8,6 +8,9 @@ public:
     /// True when the command line was exactly "patcher": the patcher is started
     /// when the user leaves the graphic configuration dialog.
     bool m_bRunPatcher = false;
+    /// The desktop runs the extended network step after the sequence when the
+    /// settings ask for it; the terminal front end has its own switch instead.
+    bool m_bExtendedFromSettings = true;
 
     /// The analyzer's whole life: commandLine is the text after the program
     /// name. Runs the main dialog modally through the installed toolkit.

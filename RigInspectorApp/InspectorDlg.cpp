@@ -90,6 +90,7 @@ void CInspectorDlg::Step()
         return;
     if (m_step >= m_checks.steps.size())
     {
+        PollAfterSequence();
         m_lastStepTime = toolkit.TimeGetTime();
         return;
     }
@@ -114,8 +115,29 @@ void CInspectorDlg::Step()
 
 void CInspectorDlg::PublishDetails()
 {
-    if (IDetailsView* pView = m_pWnd ? m_pWnd->GetDetailsView() : nullptr)
-        pView->SetDetails(CollectDetails());
+    IDetailsView* pView = m_pWnd ? m_pWnd->GetDetailsView() : nullptr;
+    if (pView == nullptr)
+        return;
+    std::vector<DetailSection> sections = CollectDetails();
+    sections.insert(sections.end(), m_laterDetails.begin(), m_laterDetails.end());
+    pView->SetDetails(sections);
+}
+
+void CInspectorDlg::PollAfterSequence()
+{
+    if (!m_bAfterSequenceStarted)
+    {
+        m_bAfterSequenceStarted = true;
+        if (m_checks.afterSequence)
+            m_afterSequence = std::async(std::launch::async, m_checks.afterSequence);
+        return;
+    }
+    if (m_afterSequence.valid() &&
+        m_afterSequence.wait_for(std::chrono::seconds(0)) == std::future_status::ready)
+    {
+        m_laterDetails = m_afterSequence.get();
+        PublishDetails();
+    }
 }
 
 void CInspectorDlg::OnCommand(int nId)

@@ -3,6 +3,7 @@
 // sequence that fills it. Everything here runs on the UI thread.
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <vector>
 
 #include "DialogIds.h"
@@ -21,6 +22,10 @@ struct InspectorChecks
 {
     std::vector<InspectorStep> steps;
     std::function<void()> registerGameWithFirewall;
+    /// Optional work for after the last step, run on a thread of its own so
+    /// the window stays responsive; what it finds joins the details view and
+    /// never the report.
+    std::function<std::vector<DetailSection>()> afterSequence;
 };
 
 /// The checks of g_inspector that exist in this build, in sequence order
@@ -82,6 +87,8 @@ private:
     /// Hands the details view (where the front end has one) what there is to
     /// show beside the report; the report itself never changes for it.
     void PublishDetails();
+    /// Starts the after-sequence work once, then picks up its findings.
+    void PollAfterSequence();
     IReportView* GetReportView() const { return m_pWnd ? m_pWnd->GetReportView() : nullptr; }
 
     InspectorChecks m_checks;
@@ -89,4 +96,9 @@ private:
     std::uint32_t m_step = 0;
     std::uint32_t m_lastStepTime = 0;
     IControl* m_pFirewallOffButton = nullptr;
+    // Declared last: destroyed first, it waits for a job still running
+    // (bounded by the job's own time limit) before the rest goes.
+    std::vector<DetailSection> m_laterDetails;
+    bool m_bAfterSequenceStarted = false;
+    std::future<std::vector<DetailSection>> m_afterSequence;
 };

@@ -1,5 +1,7 @@
 // The sequence's checks, in order. A check that lands is appended here.
+#include "ExtendedStep.h"
 #include "Inspector.h"
+#include "InspectorApp.h"
 #include "InspectorDlg.h"
 
 InspectorChecks DefaultInspectorChecks()
@@ -29,5 +31,21 @@ InspectorChecks DefaultInspectorChecks()
         },
     };
     checks.registerGameWithFirewall = [] { g_inspector.RegisterGameWithFirewall(); };
+    if (g_settings.m_bExtendedEnable && theApp.m_bExtendedFromSettings)
+    {
+        checks.afterSequence = []
+        {
+            std::vector<DetailSection> sections;
+            const ExtendedResult result = ExtendedChecker(ExtendedSettingsFrom(g_settings)).Run();
+            for (const ExtendedSection& found : ExtendedDetails(result))
+            {
+                DetailSection& section = sections.emplace_back();
+                section.title = zul::ToWide(found.title);
+                for (const std::string& line : found.lines)
+                    section.lines.push_back(zul::ToWide(line));
+            }
+            return sections;
+        };
+    }
     return checks;
 }

@@ -123,6 +123,7 @@ int main(int argc, char** argv)
         output.StartSpinner([&toolkit] { return toolkit.BusyForMs(); });
 
     SetToolkit(&toolkit);
+    theApp.m_bExtendedFromSettings = false;
     theApp.InitInstance(bPatcher ? u"patcher" : u"");
     SetToolkit(nullptr);
 

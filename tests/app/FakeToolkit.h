@@ -53,6 +53,13 @@ public:
     int m_scrolls = 0;
 };
 
+class FakeDetailsView : public IDetailsView
+{
+public:
+    void SetDetails(const std::vector<DetailSection>& sections) override { m_shown = sections; }
+    std::vector<DetailSection> m_shown;
+};
+
 class FakeWindow : public IDialogWindow
 {
 public:
@@ -67,6 +74,7 @@ public:
         return it == m_controls.end() ? nullptr : &it->second;
     }
     IReportView* GetReportView() override { return m_pView; }
+    IDetailsView* GetDetailsView() override { return m_pView ? &m_details : nullptr; }
     void ShowWindow() override { m_bShown = true; }
     void EndDialog(int nResult) override
     {
@@ -81,6 +89,7 @@ public:
     void KillTimer(unsigned nIdEvent) override { m_bTimer = m_bTimer && m_timerId != nIdEvent; }
 
     FakeView* m_pView;
+    FakeDetailsView m_details;
     std::map<int, FakeControl> m_controls;
     bool m_bShown = false, m_bEnded = false, m_bTimer = false;
     int m_result = 0;

@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <future>
+#include <thread>
 
 #include "FakeToolkit.h"
 #include "RigInspectorApp/InspectorApp.h"
@@ -109,6 +112,48 @@ TEST_F(InspectorDlgTest, RunsTheStepsInOrderThenIdlesUntilAButton)
     EXPECT_TRUE(m_tk.m_windows.front()->m_bShown);
     EXPECT_EQ(m_tk.m_quitCodes.at(0), 0);
     EXPECT_TRUE(m_tk.m_processes.empty());
+}
+
+// The work after the sequence (the extended network step) runs off the UI
+// thread while the loop idles; its findings reach the details view, and the
+// report and the steps' pacing stay as they were.
+TEST_F(InspectorDlgTest, AfterTheLastStepABackgroundJobFillsTheDetailsNotTheReport)
+{
+    InspectorChecks checks = m_checks.Make();
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    checks.afterSequence = [released]
+    {
+        released.wait_for(std::chrono::seconds(5));
+        return std::vector<DetailSection>{{u"Latency", {u"Idle: 20.0 ms median"}}};
+    };
+    CInspectorDlg dlg(std::move(checks));
+    bool bReleased = false;
+    m_tk.m_onPump = [&](int)
+    {
+        if (!dlg.IsSequenceDone())
+            return;
+        const auto& shown = m_tk.m_windows.front()->m_details.m_shown;
+        if (!bReleased)
+        {
+            EXPECT_TRUE(shown.empty());
+            release.set_value();
+            bReleased = true;
+        }
+        else if (!shown.empty() && m_tk.m_queuedClicks.empty())
+        {
+            EXPECT_EQ(shown.back().title, u"Latency");
+            m_tk.QueueClick(IDCANCEL);
+        }
+        else
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1)); // the job's thread is real
+        }
+    };
+    EXPECT_EQ(dlg.DoModal(), IDCANCEL);
+    EXPECT_TRUE(bReleased);
+    EXPECT_EQ(m_tk.m_windows.front()->m_details.m_shown.size(), 1u);
+    EXPECT_EQ(dlg.GetReport().find(u"Latency"), tstring::npos);
 }
 
 class ReportTest : public InspectorDlgTest
