@@ -22,6 +22,8 @@ add_library(nlohmann_json::nlohmann_json ALIAS rig_win_nlohmann_json)
 add_library(rig_win_cli11 INTERFACE)
 target_include_directories(rig_win_cli11 SYSTEM INTERFACE ${RIG_WIN_INCLUDE})
 add_library(CLI11::CLI11 ALIAS rig_win_cli11)
+add_library(rig_win_asio INTERFACE)
+target_include_directories(rig_win_asio SYSTEM INTERFACE ${RIG_WIN_INCLUDE})
 # The find_package() calls the host build makes find these targets instead of
 # Debian's host packages.
 set(_rig_redirects ${CMAKE_FIND_PACKAGE_REDIRECTS_DIR})
