@@ -1,5 +1,5 @@
-// The Linux build's profile functions. Hand-written: no library reproduces the Windows profile API's rules (default
-// for anything missing, the 511-character cut, _wtoi integers, in-place edits).
+// The Linux build's profile functions. Hand-written: no library reproduces the Windows profile API's rules
+// (default for anything missing, the 511-character cut, _wtoi integers, in-place edits).
 //
 // Rules chosen where that API leaves us free, each with the reason:
 // - Encoding: UTF-8, with or without a byte-order mark (skipped when reading,

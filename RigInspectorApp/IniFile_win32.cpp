@@ -33,8 +33,8 @@ tstring GetPrivateProfileString(const tstring& section, const tstring& key, cons
                                 const std::string& path)
 {
     wchar_t buffer[kValueBuffer] = {};
-    const DWORD length =
-        ::GetPrivateProfileStringW(W(section), W(key), W(defaultValue), buffer, kValueBuffer, W(WidePath(path)));
+    const DWORD length = ::GetPrivateProfileStringW(W(section), W(key), W(defaultValue), buffer, kValueBuffer,
+                                                    W(WidePath(path)));
     return tstring(reinterpret_cast<const char16_t*>(buffer), length);
 }
 
