@@ -1,7 +1,10 @@
 #include "FirewallCom_win32.h"
 
 #include <windows.h>
+
+// The firewall's GUIDs are defined here, not taken from a library.
 #include <initguid.h>
+
 #include <netfw.h>
 #include <objbase.h>
 #include <oleauto.h>
@@ -26,8 +29,7 @@ private:
 };
 
 // Releases an interface, when one was obtained, at the end of its scope.
-template <typename T>
-class ComRef
+template <typename T> class ComRef
 {
 public:
     ComRef() = default;

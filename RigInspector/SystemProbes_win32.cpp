@@ -1,6 +1,7 @@
 #include "SystemProbes.h"
 
 #include <windows.h>
+
 #include <ddraw.h>
 #include <intrin.h>
 #include <mmsystem.h>

@@ -1,7 +1,9 @@
 #include "Clock.h"
 
 #include <atomic>
+
 #include <windows.h>
+
 #include <mmsystem.h>
 
 namespace zul

@@ -79,15 +79,13 @@ int SelectWritable(SocketHandle hSocket, std::uint32_t nTimeoutMs, bool* pFailed
     return ready > 0 ? 1 : 0;
 }
 
-template <typename T>
-bool GetIntOption(SocketHandle hSocket, int level, int name, T& value)
+template <typename T> bool GetIntOption(SocketHandle hSocket, int level, int name, T& value)
 {
     int length = sizeof(value);
     return ::getsockopt(hSocket, level, name, reinterpret_cast<char*>(&value), &length) == 0;
 }
 
-template <typename T>
-bool SetIntOption(SocketHandle hSocket, int level, int name, const T& value)
+template <typename T> bool SetIntOption(SocketHandle hSocket, int level, int name, const T& value)
 {
     return ::setsockopt(hSocket, level, name, reinterpret_cast<const char*>(&value), sizeof(value)) == 0;
 }
@@ -249,8 +247,8 @@ int Receive(SocketHandle hSocket, void* pBuffer, int nLength, int flags)
 
 int SendTo(SocketHandle hSocket, const void* pData, int nLength, const sockaddr_in& to)
 {
-    return ::sendto(hSocket, static_cast<const char*>(pData), nLength, 0, reinterpret_cast<const sockaddr*>(&to),
-                    sizeof(to));
+    return ::sendto(hSocket, static_cast<const char*>(pData), nLength, 0,
+                    reinterpret_cast<const sockaddr*>(&to), sizeof(to));
 }
 
 int ReceiveFrom(SocketHandle hSocket, void* pBuffer, int nLength, sockaddr_in& from)

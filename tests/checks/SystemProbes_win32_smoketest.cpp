@@ -18,17 +18,17 @@ TEST(VersionRules, Windows98OrLaterAndXpSp2)
         bool b98OrLater;
         bool bXpSp2;
     } cases[] = {
-        {{kWindows, 4, 0, 0}, false, false},  // Windows 95
-        {{kWindows, 4, 10, 0}, true, false},  // 98
-        {{kWindows, 4, 90, 0}, true, false},  // Me
-        {{0, 4, 10, 0}, false, false},        // Win32s
-        {{kNt, 4, 0, 6}, true, false},        // NT 4.0, whatever its numbers
-        {{kNt, 5, 1, 1}, true, false},        // XP SP1
-        {{kNt, 5, 1, 2}, true, true},         // XP SP2
-        {{kNt, 5, 1, 3}, true, true},         // XP SP3
-        {{kWindows, 5, 1, 2}, true, true},    // the platform is not examined
-        {{kNt, 5, 2, 2}, true, false},        // Server 2003
-        {{kNt, 6, 1, 2}, true, false},        // 7
+        {{kWindows, 4, 0, 0}, false, false}, // Windows 95
+        {{kWindows, 4, 10, 0}, true, false}, // 98
+        {{kWindows, 4, 90, 0}, true, false}, // Me
+        {{0, 4, 10, 0}, false, false},       // Win32s
+        {{kNt, 4, 0, 6}, true, false},       // NT 4.0, whatever its numbers
+        {{kNt, 5, 1, 1}, true, false},       // XP SP1
+        {{kNt, 5, 1, 2}, true, true},        // XP SP2
+        {{kNt, 5, 1, 3}, true, true},        // XP SP3
+        {{kWindows, 5, 1, 2}, true, true},   // the platform is not examined
+        {{kNt, 5, 2, 2}, true, false},       // Server 2003
+        {{kNt, 6, 1, 2}, true, false},       // 7
     };
     for (const auto& c : cases)
     {

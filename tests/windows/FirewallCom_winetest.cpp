@@ -23,7 +23,8 @@ TEST(FirewallOnWine, ComObjectsAnswerAndTheirStubsFailAsTheyShould)
     {
         const std::unique_ptr<IFirewallProfileApi> profile = platform.OpenCurrentProfile();
         ASSERT_NE(profile, nullptr);
-        EXPECT_EQ(profile->AddApplication(u"c:\\games\\dunmore\\game\\DunmoreNine.exe", u"Dunmore Nine"), S_OK);
+        EXPECT_EQ(profile->AddApplication(u"c:\\games\\dunmore\\game\\DunmoreNine.exe", u"Dunmore Nine"),
+                  S_OK);
         EXPECT_EQ(profile->AddApplication(u"", u"Dunmore Nine"), E_OUTOFMEMORY);
         EXPECT_EQ(profile->AddApplication(u"c:\\x.exe", u""), E_OUTOFMEMORY);
         EXPECT_FALSE(profile->IsApplicationEnabled(u"c:\\games\\dunmore\\game\\DunmoreNine.exe"));
