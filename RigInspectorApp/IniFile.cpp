@@ -364,8 +364,10 @@ tstring GetPrivateProfileString(const tstring& section, const tstring& key, cons
 int GetPrivateProfileInt(const tstring& section, const tstring& key, int defaultValue,
                          const std::string& path)
 {
+    // A key present with nothing after '=' reads as missing, as the system's
+    // own function (a string read with an empty default) has it.
     const std::optional<tstring> value = ReadValue(path, section, key);
-    if (!value)
+    if (!value || value->empty())
         return defaultValue;
     return zul::Wtoi(std::u16string_view(*value));
 }

@@ -87,8 +87,9 @@ TEST_F(IniTest, ValuesAreCutAt511WithoutSplittingAPair)
 TEST_F(IniTest, IntegerIsTheNumberAtTheStart)
 {
     // The number itself is read as _wtoi reads it, tested with it: here what
-    // the reader does to the text first.
-    const std::pair<const char*, int> cases[] = {{" 12abc ", 12}, {"\"-7\"", -7}, {"", 0}};
+    // the reader does to the text first. An empty value is a missing one, as
+    // the system's profile functions have it.
+    const std::pair<const char*, int> cases[] = {{" 12abc ", 12}, {"\"-7\"", -7}, {"", -77}};
     for (const auto& [value, expected] : cases)
     {
         TempDir::Write(m_Path, std::string("[S]\r\nK=") + value + "\r\n");

@@ -2,6 +2,9 @@
 // functions, on the same files: the game reads option.ini through the system's,
 // so wherever both are defined they must agree.
 #include <windows.h>
+// The project's functions keep their own names; the system's are called by their W names.
+#undef GetPrivateProfileString
+#undef GetPrivateProfileInt
 
 #include <fstream>
 #include <string>
