@@ -96,7 +96,6 @@ public:
         m_Socket.close(ignored);
         const auto now = Clock::now();
         const auto ms = std::chrono::duration_cast<Millis>(now - m_Start).count();
-        LogTest(m_Options, m_Peer, m_Up, m_Down, ms, m_StartReason, end);
         ServerMetrics& metrics = m_Service.m_Metrics;
         if (std::string_view(end) == "completed")
         {
@@ -107,6 +106,8 @@ public:
         }
         ServerMetrics::Add(metrics.m_TestsEnded);
         metrics.m_ConnectionsActive.fetch_sub(1, std::memory_order_relaxed);
+        // Logged once counted, so whoever reads the line finds it in the metrics.
+        LogTest(m_Options, m_Peer, m_Up, m_Down, ms, m_StartReason, end);
         m_Service.m_Limits.Close(m_Source);
         m_Worker.m_Sessions.erase(shared_from_this());
     }
