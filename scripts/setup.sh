@@ -17,7 +17,7 @@ PACKAGES=(
     # the Windows build: cross compilers, Wine for its tests, the installer,
     # signing and the archive (the desktop tests also use xvfb, xauth,
     # xdotool and x11-apps above)
-    g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64 nsis osslsigncode zip unzip
+    g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64 nsis osslsigncode openssl zip unzip
 )
 
 missing=()
