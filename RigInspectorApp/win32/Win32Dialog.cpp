@@ -180,7 +180,9 @@ INT_PTR Win32DialogWindow::OnMessage(UINT message, WPARAM wParam, LPARAM lParam)
         // Clicks queued before the dialog ended would reach a logic that has
         // already left; the hidden window takes no more commands. The close
         // box and Esc arrive here as IDCANCEL, through the dialog manager.
-        if (HIWORD(wParam) == BN_CLICKED && !m_bEnded)
+        if (HIWORD(wParam) == BN_CLICKED && LOWORD(wParam) == Win32DetailsView::kButtonId && m_pDetailsView)
+            m_pDetailsView->OpenWindow();
+        else if (HIWORD(wParam) == BN_CLICKED && !m_bEnded)
             m_Logic.OnCommand(LOWORD(wParam));
         return TRUE;
     case WM_TIMER:
@@ -196,6 +198,7 @@ INT_PTR Win32DialogWindow::OnMessage(UINT message, WPARAM wParam, LPARAM lParam)
         return reinterpret_cast<INT_PTR>(m_hIcon);
     case WM_DESTROY:
         m_pReportView.reset();
+        m_pDetailsView.reset();
         return FALSE;
     default:
         return FALSE;
@@ -219,6 +222,13 @@ void Win32DialogWindow::OnInitDialog()
             ::MapDialogRect(m_hWnd, &units);
             const RECT rect{units.left, units.top, units.left + units.right, units.top + units.bottom};
             m_pReportView = CreateReportView(m_hWnd, control.nId, rect);
+            // The details button sits in the button row's free stretch, from
+            // just past the left button to just before "Next" (dialog units
+            // 90 to 134 under the view).
+            RECT row{90, control.y + control.cy + 5, 44, 16};
+            ::MapDialogRect(m_hWnd, &row);
+            m_pDetailsView = std::make_unique<Win32DetailsView>(
+                m_hWnd, RECT{row.left, row.top, row.left + row.right, row.top + row.bottom});
         }
         else if (control.nId != IDC_STATIC)
         {
@@ -256,6 +266,103 @@ IControl* Win32DialogWindow::GetDlgItem(int nId)
 IReportView* Win32DialogWindow::GetReportView()
 {
     return m_pReportView.get();
+}
+
+IDetailsView* Win32DialogWindow::GetDetailsView()
+{
+    return m_pDetailsView.get();
+}
+
+Win32DetailsView::Win32DetailsView(HWND hDialog, const RECT& rect)
+{
+    m_hButton = ::CreateWindowExW(0, L"BUTTON", L"Details", WS_CHILD | WS_TABSTOP | BS_PUSHBUTTON, rect.left,
+                                  rect.top, rect.right - rect.left, rect.bottom - rect.top, hDialog,
+                                  reinterpret_cast<HMENU>(static_cast<INT_PTR>(kButtonId)), nullptr, nullptr);
+    if (m_hButton != nullptr)
+        ::SendMessageW(m_hButton, WM_SETFONT, ::SendMessageW(hDialog, WM_GETFONT, 0, 0), FALSE);
+}
+
+Win32DetailsView::~Win32DetailsView()
+{
+    if (m_hWindow != nullptr && ::IsWindow(m_hWindow))
+        ::DestroyWindow(m_hWindow);
+}
+
+void Win32DetailsView::SetDetails(const std::vector<DetailSection>& sections)
+{
+    std::wstring text;
+    const auto append = [&text](const tstring& part) { text.append(part.begin(), part.end()); };
+    for (const DetailSection& section : sections)
+    {
+        if (!text.empty())
+            text += L"\r\n";
+        append(section.title);
+        text += L"\r\n";
+        for (const tstring& line : section.lines)
+        {
+            text += L"- ";
+            append(line);
+            text += L"\r\n";
+        }
+    }
+    m_Text = text;
+    if (m_hButton != nullptr)
+        ::ShowWindow(m_hButton, sections.empty() ? SW_HIDE : SW_SHOWNOACTIVATE);
+    if (m_hWindow != nullptr && ::IsWindow(m_hWindow))
+        ::SetWindowTextW(GetText(), m_Text.c_str());
+}
+
+namespace
+{
+constexpr wchar_t kDetailsClass[] = L"RigInspectorDetails";
+
+// The details window keeps its read-only text filling it as it is sized.
+LRESULT CALLBACK DetailsWindowProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam)
+{
+    if (message == WM_SIZE)
+    {
+        if (const HWND hText = ::GetWindow(hWnd, GW_CHILD))
+            ::MoveWindow(hText, 0, 0, LOWORD(lParam), HIWORD(lParam), TRUE);
+        return 0;
+    }
+    return ::DefWindowProcW(hWnd, message, wParam, lParam);
+}
+} // namespace
+
+void Win32DetailsView::OpenWindow()
+{
+    // A window of its own, not a child of the dialog: it may be moved and
+    // sized freely and leaves the dialog's layout alone.
+    if (m_hWindow == nullptr || !::IsWindow(m_hWindow))
+    {
+        const HINSTANCE hInstance = ::GetModuleHandleW(nullptr);
+        WNDCLASSW wc{};
+        wc.lpfnWndProc = &DetailsWindowProc;
+        wc.hInstance = hInstance;
+        wc.hCursor = ::LoadCursorW(nullptr, IDC_ARROW);
+        wc.lpszClassName = kDetailsClass;
+        ::RegisterClassW(&wc); // fails harmlessly once registered
+        m_hWindow =
+            ::CreateWindowExW(0, kDetailsClass, L"Rig Inspector Details", WS_OVERLAPPEDWINDOW, CW_USEDEFAULT,
+                              CW_USEDEFAULT, 480, 240, nullptr, nullptr, hInstance, nullptr);
+        if (m_hWindow == nullptr)
+            return;
+        RECT client;
+        ::GetClientRect(m_hWindow, &client);
+        const HWND hText = ::CreateWindowExW(
+            0, L"EDIT", L"", WS_CHILD | WS_VISIBLE | WS_VSCROLL | ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL,
+            0, 0, client.right, client.bottom, m_hWindow, nullptr, hInstance, nullptr);
+        if (const HWND hButton = m_hButton)
+            ::SendMessageW(hText, WM_SETFONT, ::SendMessageW(::GetParent(hButton), WM_GETFONT, 0, 0), FALSE);
+    }
+    ::SetWindowTextW(GetText(), m_Text.c_str());
+    ::ShowWindow(m_hWindow, SW_SHOW);
+    ::SetForegroundWindow(m_hWindow);
+}
+
+HWND Win32DetailsView::GetText() const
+{
+    return m_hWindow != nullptr ? ::GetWindow(m_hWindow, GW_CHILD) : nullptr;
 }
 
 void Win32DialogWindow::ShowWindow()

@@ -7,12 +7,38 @@
 
 #include <map>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "RigInspectorApp/DialogTemplate.h"
 #include "RigInspectorApp/UiToolkit.h"
 
 class Win32ReportView;
+
+/// The main dialog's details: a "Details" button in the free space of the
+/// button row, shown once there is something to tell, that opens a plain-text
+/// window of the sections. The template's controls keep their places.
+class Win32DetailsView : public IDetailsView
+{
+public:
+    /// The button's id: outside the templates' ids, so the logic never sees it.
+    static constexpr int kButtonId = 1100;
+
+    Win32DetailsView(HWND hDialog, const RECT& rect);
+    ~Win32DetailsView() override;
+    void SetDetails(const std::vector<DetailSection>& sections) override;
+    /// Opens (or refreshes and raises) the text window; what a click does.
+    void OpenWindow();
+    HWND GetButton() const { return m_hButton; }
+    HWND GetWindow() const { return m_hWindow; }
+    /// The read-only text inside the window, or null before it was opened.
+    HWND GetText() const;
+
+private:
+    HWND m_hButton = nullptr;
+    HWND m_hWindow = nullptr;
+    std::wstring m_Text;
+};
 
 /// The in-memory DLGTEMPLATEEX of a template: "MS Shell Dlg" at the table's
 /// point size, every control but the report view (created at WM_INITDIALOG,
@@ -48,6 +74,7 @@ public:
 
     IControl* GetDlgItem(int nId) override;
     IReportView* GetReportView() override;
+    IDetailsView* GetDetailsView() override;
     void ShowWindow() override;
     void EndDialog(int nResult) override;
     void SetTimer(unsigned nIdEvent, unsigned nElapse) override;
@@ -65,6 +92,7 @@ private:
     HWND m_hWnd = nullptr;
     std::map<int, std::unique_ptr<Win32Control>> m_Controls;
     std::unique_ptr<Win32ReportView> m_pReportView;
+    std::unique_ptr<Win32DetailsView> m_pDetailsView;
     bool m_bEnded = false;
     int m_nResult = 0;
 };

@@ -106,11 +106,13 @@ TEST_F(Win32ToolkitTest, TemplatesBecomeWindowsInDialogUnitsWithTheirStyles)
                     EXPECT_EQ(WindowText(hControl), c.text);
                 }
             }
-            // The static texts and the group box, which the logic never looks up.
+            // The static texts and the group box, which the logic never looks
+            // up; the main dialog also has its (hidden) details button.
             int nChildren = 0;
             for (HWND h = ::GetWindow(d.m_hWnd, GW_CHILD); h != nullptr; h = ::GetWindow(h, GW_HWNDNEXT))
                 ++nChildren;
-            EXPECT_EQ(nChildren, static_cast<int>(t.controls.size()));
+            EXPECT_EQ(nChildren,
+                      static_cast<int>(t.controls.size()) + (nTemplate == IDD_INSPECTOR_DIALOG ? 1 : 0));
             if (nTemplate == IDD_GRAPHIC_CONFIG_DIALOG)
             {
                 // Each High/Low pair is a choice of its own.
@@ -227,4 +229,46 @@ TEST_F(Win32ToolkitTest, RichEditViewShowsTheReportWithItsStylesAndLinks)
         d.End(IDOK);
     };
     EXPECT_EQ(m_Toolkit.RunModal(dlg), IDOK);
+}
+
+// The details sit beside the report without moving a control of the template:
+// the button appears only once there is something to tell, and its window
+// shows every line.
+TEST_F(Win32ToolkitTest, DetailsAppearBesideTheReportWithoutMovingTheTemplate)
+{
+    ProbeDialog dlg(IDD_INSPECTOR_DIALOG);
+    std::vector<RECT> before, after;
+    const auto rects = [&dlg]
+    {
+        std::vector<RECT> out;
+        for (int id : {1, 2, 3})
+        {
+            RECT r{};
+            ::GetWindowRect(dlg.Item(id), &r);
+            out.push_back(r);
+        }
+        return out;
+    };
+    dlg.m_OnInit = [&](ProbeDialog& d)
+    {
+        auto* pView = static_cast<Win32DetailsView*>(d.GetWindow()->GetDetailsView());
+        ASSERT_NE(pView, nullptr);
+        // The dialog itself is not shown yet: the button's own style tells.
+        const auto shown = [pView]
+        { return (::GetWindowLongW(pView->GetButton(), GWL_STYLE) & WS_VISIBLE) != 0; };
+        EXPECT_FALSE(shown());
+        before = rects();
+        pView->SetDetails({{u"Diagnostics", {u"Port 20000 is held by process 42 (game.exe)."}}});
+        EXPECT_TRUE(shown());
+        after = rects();
+        pView->OpenWindow();
+        wchar_t text[256] = {};
+        ::GetWindowTextW(pView->GetText(), text, 256);
+        EXPECT_EQ(std::wstring(text), L"Diagnostics\r\n- Port 20000 is held by process 42 (game.exe).\r\n");
+        d.End(IDCANCEL);
+    };
+    EXPECT_EQ(dlg.DoModal(), IDCANCEL);
+    ASSERT_EQ(before.size(), after.size());
+    for (std::size_t i = 0; i < before.size(); ++i)
+        EXPECT_TRUE(::EqualRect(&before[i], &after[i])) << i;
 }

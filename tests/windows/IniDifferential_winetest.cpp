@@ -47,11 +47,13 @@ TEST(ProfileFilesOnWine, OurReaderReadsWhatTheSystemReads)
         std::string content;
         std::vector<Lookup> lookups;
     } files[] = {
-        {"[tcp]\r\nhost=10.0.0.1\r\nport=1234\r\n", {{u"tcp", u"host"}, {u"tcp", u"port"}, {u"udp", u"port"}}},
+        {"[tcp]\r\nhost=10.0.0.1\r\nport=1234\r\n",
+         {{u"tcp", u"host"}, {u"tcp", u"port"}, {u"udp", u"port"}}},
         {"[TCP]\r\nPort=80\r\n", {{u"tcp", u"port"}, {u"Tcp", u"PORT"}}},
         {"[udp]\r\nhost=\r\nport=9998\r\n", {{u"udp", u"host"}, {u"udp", u"missing"}}},
         {"[url]\r\n  portforward  =  http://a.example/  \r\n", {{u"url", u"portforward"}}},
-        {"[url]\r\nmin_requirement=\"http://a b/\"\r\nq='x'\r\n", {{u"url", u"min_requirement"}, {u"url", u"q"}}},
+        {"[url]\r\nmin_requirement=\"http://a b/\"\r\nq='x'\r\n",
+         {{u"url", u"min_requirement"}, {u"url", u"q"}}},
         {"[system]\r\nmin_cpu_speed=1\r\nmin_cpu_speed=2\r\n", {{u"system", u"min_cpu_speed"}}},
         {"[system]\nmin_video_memory=64\n[url]\nportforward=http://x/a=b;c#d\n",
          {{u"system", u"min_video_memory"}, {u"url", u"portforward"}}},
@@ -89,7 +91,8 @@ TEST(ProfileFilesOnWine, TheSystemReadsWhatOurWriterWrote)
     const tstring widePath(path.begin(), path.end());
     WriteBytes(path, "; the game's own\r\n[Video]\r\nShadow=0\r\nwidth=1024\r\n[sound]\r\nvolume=7\r\n");
     ASSERT_TRUE(WritePrivateProfileStrings(
-        u"video", {{u"shadow", u"1"}, {u"audience", u"1"}, {u"event_screen", u"0"}, {u"char_lod", u"1"}}, path));
+        u"video", {{u"shadow", u"1"}, {u"audience", u"1"}, {u"event_screen", u"0"}, {u"char_lod", u"1"}},
+        path));
     EXPECT_EQ(SystemString(u"video", u"shadow", widePath), u"1");
     EXPECT_EQ(SystemString(u"video", u"audience", widePath), u"1");
     EXPECT_EQ(SystemString(u"video", u"event_screen", widePath), u"0");
