@@ -8,7 +8,7 @@
 #     latency under load at least 3x idle;
 #   - lo shaped to 20 mbit: the download within 10 % of iperf3's (-R,
 #     receiver figure) on the same link in the same run;
-#   - unshaped loopback: throughput at least 10x the specified TCP test's
+#   - unshaped loopback: throughput at least 10x the TCP speed test's
 #     pacing ceiling (bench_speed_probe ceiling).
 #
 # usage: extended_accuracy.sh [build dir]
@@ -72,7 +72,7 @@ v=$(kv "$WORK/drop10" loss_up)
 result extended_accuracy "upstream loss, every 10th echo dropped (%)" "$v" "<= 1" "$(between "$v" 0 1)"
 
 v=$(kv "$WORK/drop10" download_kbs)
-result extended_accuracy "specified method's pacing ceiling (KB/s)" "$CEILING" - -
+result extended_accuracy "speed test's pacing ceiling (KB/s)" "$CEILING" - -
 goal=$(awk -v c="$CEILING" 'BEGIN { print c * 10 }')
 result extended_accuracy "unshaped download (KB/s)" "$v" ">= $goal" "$(between "$v" "$goal" 1e12)"
 v=$(kv "$WORK/drop10" upload_kbs)

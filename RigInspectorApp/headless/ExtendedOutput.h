@@ -1,6 +1,6 @@
 #pragma once
 // The extended step in the CLI: its JSON object, its terminal summary (after
-// the specified report, never inside it) and its progress line.
+// the report, never inside it) and its progress line.
 #include <cstdint>
 #include <string>
 

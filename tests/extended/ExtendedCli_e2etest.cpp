@@ -51,7 +51,7 @@ TEST_F(ExtendedCliTest, ReportUnchangedAndFiguresInTheJson)
     EXPECT_GE(x["latency_idle_ms"]["samples"].get<int>(), 85); // 100 probes, every 10th echo dropped
     EXPECT_GE(x["latency_idle_ms"]["p50"].get<double>(), 2.0); // the harness's pong hold
     EXPECT_TRUE(x["latency_loaded_ms"]["grade"].is_string());
-    // The drop fault costs every 10th echo (the specified echo test too).
+    // The drop fault costs every 10th echo (the plain echo test too).
     EXPECT_NEAR(x["udp"]["loss_down_percent"].get<double>(), 10.0, 3.0);
     EXPECT_LT(x["udp"]["loss_up_percent"].get<double>(), 1.0);
     EXPECT_GT(x["throughput"]["download_kb_per_sec"].get<double>(), 1000.0);

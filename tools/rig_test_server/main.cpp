@@ -131,7 +131,7 @@ int Run(ServerOptions& options)
     }
 
     // The extended exchange is optional: a port already taken leaves the
-    // specified tests served. Its traffic is light, so it shares the control loop.
+    // speed and echo tests served. Its traffic is light, so it shares the control loop.
     ExtendedService extendedService(control, options);
     bool bExtended = false;
     if (options.m_ExtendedPort != 0)
