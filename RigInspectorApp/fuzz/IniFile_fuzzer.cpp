@@ -122,7 +122,8 @@ Entries ReadAll(const std::vector<tstring>& sections, const std::vector<tstring>
             const tstring value = GetPrivateProfileString(section, key, kMissing, g_Path);
             FUZZ_CHECK(value.size() <= kMaxValueChars);
             const int number = GetPrivateProfileInt(section, key, -7, g_Path);
-            if (value == kMissing)
+            // An empty value reads as a missing one, as the system's functions have it.
+            if (value == kMissing || value.empty())
                 FUZZ_CHECK(number == -7);
             else if (value.size() < kMaxValueChars)
                 FUZZ_CHECK(number == zul::Wtoi(value));
