@@ -12,27 +12,8 @@ INSPECTOR=$1
 SERVER=$2
 OUT=$3
 mkdir -p "$OUT"
-WORK=$(mktemp -d)
-PIDS=""
-cleanup() {
-    for pid in $PIDS; do kill "$pid" 2>/dev/null || true; done
-    rm -rf "$WORK"
-}
-trap cleanup EXIT
-
-# wait_for <tries> <command...>: retries every 100 ms, fails after <tries>.
-wait_for() {
-    n=$1; shift
-    while ! "$@" >/dev/null 2>&1; do
-        n=$((n - 1))
-        [ "$n" -gt 0 ] || return 1
-        sleep 0.1
-    done
-}
-
-"$SERVER" >"$WORK/server.log" 2>&1 &
-PIDS="$PIDS $!"
-wait_for 100 grep -q listening "$WORK/server.log" || { echo "server did not start"; exit 1; }
+. "$(dirname "$0")/../smoke_common.sh"
+start_server "$SERVER"
 
 # -displayfd picks a free display and reports it once the server is ready.
 Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$WORK/display" 2>/dev/null &
