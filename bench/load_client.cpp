@@ -2,16 +2,18 @@
 // (epoll), so that what is measured is the server and not the client.
 //
 //   bench_load_client tcp [--server A:P] [--clients N] [--sources K]
-//                         [--interval-ms I] [--limit-ms T]
-//     N speed tests at once, each from its own connection bound to one of K
-//     source addresses 127.0.0.2, 127.0.0.3, ...: 512 blocks of 1024 bytes
-//     up (a pause of I ms after each block, as the analyzer does), then
-//     524288 bytes down. Per test: up KB/s = 512 / (first download byte -
-//     connected), down KB/s = 512 / (last byte - last block written); the
-//     server sends only once it holds the whole upload, so the first figure
-//     is the upload as the server took it in.
-//     Prints clients, connected, completed, failed, up/down min and median
-//     KB/s, worst_kbs (the lowest of any test's two figures) and wall_ms.
+//                         [--interval-ms I] [--limit-ms T] [--procs P]
+//     N speed tests at once, spread over P processes, each test from its own
+//     connection bound to one of K source addresses 127.0.0.2, 127.0.0.3, ...:
+//     the analyzer's 512 blocks of 1024 bytes up at its pace (at most one
+//     block per I ms), then 524288 bytes down. Per test: up KB/s = 512 /
+//     (first download byte - connected), down KB/s = 512 / (last byte - last
+//     block written); the server sends only once it holds the whole upload,
+//     so the first figure is the upload as the server took it in.
+//     Prints clients, connected, completed, failed, within_limit (both
+//     phases inside the analyzer's 10 s), up/down min and median KB/s,
+//     worst_kbs (the lowest of any test's two figures), peak_concurrent (the
+//     most tests between connected and ended at one moment) and wall_ms.
 //
 //   bench_load_client udp [--server A:P] [--sources K] [--window W]
 //                         [--duration-ms D]
@@ -24,9 +26,10 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/epoll.h>
-#include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -58,6 +61,7 @@ struct Options
     int limitMs = 60000;
     int window = 4;
     int durationMs = 3000;
+    int procs = 1;
 };
 
 double MsBetween(Clock::time_point a, Clock::time_point b)
@@ -116,6 +120,34 @@ double Min(const std::vector<double>& values)
 
 // ---- TCP speed tests -------------------------------------------------------
 
+constexpr int kMaxBurst = 16;
+// The analyzer's own send buffer: the kernel cannot swallow the upload.
+constexpr int kSendBuffer = 16 * 1024;
+// Doubled by the kernel: bounds what 10,000 downloads hold in kernel memory
+// (tcp_mem) at 640 MB, where autotuning would let each grow to megabytes.
+constexpr int kReceiveBuffer = 32 * 1024;
+// The analyzer's time limit for each phase.
+constexpr double kPhaseLimitMs = 10000.0;
+
+/// The upload's byte stream as the analyzer sends it: 512 blocks, each
+/// opening with "ping %06d" of its number in UTF-16LE.
+const std::vector<char>& UploadBytes()
+{
+    static const std::vector<char> s_Bytes = []
+    {
+        std::vector<char> bytes(kExchangeBytes, 0);
+        for (int block = 0; block < kBlockCount; ++block)
+        {
+            char label[16];
+            std::snprintf(label, sizeof label, "ping %06d", block);
+            for (int i = 0; label[i] != 0; ++i)
+                bytes[static_cast<std::size_t>(block * kBlockSize + 2 * i)] = label[i];
+        }
+        return bytes;
+    }();
+    return s_Bytes;
+}
+
 struct Test
 {
     enum class State
@@ -130,202 +162,317 @@ struct Test
     int fd = -1;
     State state = State::Connecting;
     bool bWritable = false;
-    int blocksSent = 0;
-    int blockOffset = 0; // bytes of the current block already sent
-    Clock::time_point due;
+    std::uint32_t upSent = 0;   // bytes of the upload written
+    std::uint32_t upTarget = 0; // where the blocks due so far end
+    Clock::time_point lastBurst;
     std::uint64_t received = 0;
     Clock::time_point connected;
     Clock::time_point uploadWritten;
     Clock::time_point firstByte;
     Clock::time_point lastByte;
+    Clock::time_point ended;
 };
 
-void Fail(Test& test)
+/// What the parent learns of one test; written by the process that ran it
+/// into memory shared with the parent.
+struct Outcome
 {
-    test.state = Test::State::Failed;
-    ::close(test.fd);
-    test.fd = -1;
-}
+    bool bConnected;
+    bool bDone;
+    bool bFailed;
+    double upMs;    // connected → first download byte: the upload as the server took it in
+    double downMs;  // last block written → last byte
+    double beganMs; // connected and ended, from the parent's start: how
+    double endedMs; // many tests ran at once
+};
 
-void Upload(Test& test, const char* block, int intervalMs, Clock::time_point now)
+class TcpSlice
 {
-    while (test.state == Test::State::Uploading && test.bWritable && now >= test.due)
+public:
+    TcpSlice(const Options& options, sockaddr_in server, int first, int step, Clock::time_point epoch)
+        : m_Options(options), m_Server(server), m_Interval(std::chrono::milliseconds(options.intervalMs)),
+          m_Epoch(epoch)
     {
-        const ssize_t n = ::send(test.fd, block + test.blockOffset, kBlockSize - test.blockOffset,
-                                 MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (n < 0)
+        for (int i = first; i < options.clients; i += step)
+            m_Index.push_back(i);
+        m_Tests.resize(m_Index.size());
+    }
+
+    void Run(Outcome* outcomes)
+    {
+        m_Epoll = ::epoll_create1(0);
+        for (std::size_t t = 0; t < m_Tests.size(); ++t)
+            Open(t);
+        std::vector<epoll_event> events(1024);
+        const auto deadline = Clock::now() + std::chrono::milliseconds(m_Options.limitMs);
+        auto lastPass = Clock::time_point{};
+        while (m_Active > 0)
         {
-            if (errno == EAGAIN || errno == EWOULDBLOCK)
-                test.bWritable = false;
-            else
-                Fail(test);
-            return;
+            const auto now = Clock::now();
+            if (now >= deadline)
+                break;
+            const int n = ::epoll_wait(m_Epoll, events.data(), static_cast<int>(events.size()), 1);
+            const auto after = Clock::now();
+            for (int e = 0; e < n; ++e)
+                OnEvent(m_Tests[events[static_cast<std::size_t>(e)].data.u64],
+                        events[static_cast<std::size_t>(e)].events, after);
+            // The pace is kept by a pass over every uploading test each
+            // millisecond at most, not by a timer per test.
+            if (after - lastPass >= std::chrono::milliseconds(1))
+            {
+                lastPass = after;
+                for (auto& test : m_Tests)
+                    if (test.state == Test::State::Uploading)
+                        Upload(test, after);
+            }
         }
-        test.blockOffset += static_cast<int>(n);
-        if (test.blockOffset < kBlockSize)
-            continue;
-        test.blockOffset = 0;
-        if (++test.blocksSent == kBlockCount)
+        for (std::size_t t = 0; t < m_Tests.size(); ++t)
+        {
+            const Test& test = m_Tests[t];
+            Outcome& outcome = outcomes[m_Index[t]];
+            outcome.bConnected = test.connected != Clock::time_point{};
+            outcome.bDone = test.state == Test::State::Done;
+            outcome.bFailed = test.state == Test::State::Failed;
+            outcome.upMs = MsBetween(test.connected, test.firstByte);
+            outcome.downMs = MsBetween(test.uploadWritten, test.lastByte);
+            outcome.beganMs = MsBetween(m_Epoch, test.connected);
+            outcome.endedMs = MsBetween(m_Epoch, test.ended);
+            if (test.fd >= 0)
+                ::close(test.fd);
+        }
+        ::close(m_Epoll);
+    }
+
+private:
+    void Open(std::size_t t)
+    {
+        Test& test = m_Tests[t];
+        ++m_Active;
+        test.fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+        const sockaddr_in source = SourceAddress(m_Index[t] % m_Options.sources, 0);
+        if (test.fd < 0)
+            return Fail(test, "socket");
+        ::setsockopt(test.fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
+        ::setsockopt(test.fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof kReceiveBuffer);
+        if (::bind(test.fd, reinterpret_cast<const sockaddr*>(&source), sizeof source) != 0)
+            return Fail(test, "bind");
+        if (::connect(test.fd, reinterpret_cast<const sockaddr*>(&m_Server), sizeof m_Server) != 0 &&
+            errno != EINPROGRESS)
+            return Fail(test, "connect");
+        epoll_event event{};
+        event.events = EPOLLIN | EPOLLOUT | EPOLLET;
+        event.data.u64 = t;
+        ::epoll_ctl(m_Epoll, EPOLL_CTL_ADD, test.fd, &event);
+    }
+
+    void Fail(Test& test, const char* what)
+    {
+        // Said once per process: thousands of the same line hide the cause.
+        if (!m_bFailureSaid)
+            std::fprintf(stderr, "bench_load_client: %s: %s\n", what, std::strerror(errno));
+        m_bFailureSaid = true;
+        End(test, Test::State::Failed);
+    }
+
+    void End(Test& test, Test::State state)
+    {
+        test.state = state;
+        test.ended = Clock::now();
+        if (test.fd >= 0)
+            ::close(test.fd);
+        test.fd = -1;
+        --m_Active;
+    }
+
+    void OnEvent(Test& test, std::uint32_t flags, Clock::time_point now)
+    {
+        if (test.fd < 0)
+            return;
+        if (test.state == Test::State::Connecting && (flags & (EPOLLOUT | EPOLLERR | EPOLLHUP)))
+        {
+            int error = 0;
+            socklen_t length = sizeof error;
+            ::getsockopt(test.fd, SOL_SOCKET, SO_ERROR, &error, &length);
+            if (error != 0)
+            {
+                errno = error;
+                return Fail(test, "connect");
+            }
+            test.state = Test::State::Uploading;
+            test.connected = now;
+            test.lastBurst = now - m_Interval; // the first block goes at once
+        }
+        if (flags & EPOLLOUT)
+            test.bWritable = true;
+        if (test.state == Test::State::Uploading)
+        {
+            if (flags & (EPOLLHUP | EPOLLERR))
+                return Fail(test, "upload");
+            Upload(test, now);
+        }
+        else if (test.state == Test::State::Downloading && (flags & (EPOLLIN | EPOLLHUP | EPOLLERR)))
+            Download(test, now);
+    }
+
+    // At most one block per interval on average, like the analyzer's pause
+    // after each block; a test the loop comes back to late writes the
+    // blocks that fell due meanwhile in one send, as Nagle would join them
+    // on a slow link. The byte stream is the analyzer's either way.
+    void Upload(Test& test, Clock::time_point now)
+    {
+        if (!test.bWritable)
+            return;
+        if (test.upSent == test.upTarget)
+        {
+            const auto elapsed = now - test.lastBurst;
+            if (elapsed < m_Interval)
+                return;
+            const long long due =
+                m_Interval.count() == 0 ? kMaxBurst : std::min<long long>(kMaxBurst, elapsed / m_Interval);
+            test.upTarget = static_cast<std::uint32_t>(
+                std::min<long long>(kExchangeBytes, (test.upSent / kBlockSize + due) * kBlockSize));
+            test.lastBurst = now;
+        }
+        while (test.upSent < test.upTarget)
+        {
+            const ssize_t n = ::send(test.fd, UploadBytes().data() + test.upSent, test.upTarget - test.upSent,
+                                     MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (n < 0)
+            {
+                if (errno == EAGAIN || errno == EWOULDBLOCK)
+                    test.bWritable = false;
+                else
+                    Fail(test, "upload");
+                return;
+            }
+            test.upSent += static_cast<std::uint32_t>(n);
+        }
+        if (test.upSent == kExchangeBytes)
         {
             test.state = Test::State::Downloading;
             test.uploadWritten = now;
+            // Edge-triggered: what came before the switch raised no new event.
+            Download(test, now);
         }
-        test.due = now + std::chrono::milliseconds(intervalMs);
     }
-}
 
-void Download(Test& test, Clock::time_point now)
-{
-    static char s_Sink[65536];
-    for (;;)
+    void Download(Test& test, Clock::time_point now)
     {
-        const ssize_t n = ::recv(test.fd, s_Sink, sizeof s_Sink, MSG_DONTWAIT);
-        if (n > 0)
+        static char s_Sink[65536];
+        for (;;)
         {
-            if (test.received == 0)
-                test.firstByte = now;
-            test.received += static_cast<std::uint64_t>(n);
-            if (test.received >= kExchangeBytes)
+            const ssize_t n = ::recv(test.fd, s_Sink, sizeof s_Sink, MSG_DONTWAIT);
+            if (n > 0)
             {
-                test.lastByte = now;
-                test.state = Test::State::Done;
-                ::close(test.fd);
-                test.fd = -1;
-                return;
+                if (test.received == 0)
+                    test.firstByte = now;
+                test.received += static_cast<std::uint64_t>(n);
+                if (test.received >= kExchangeBytes)
+                {
+                    test.lastByte = now;
+                    return End(test, Test::State::Done);
+                }
+                continue;
             }
-            continue;
+            if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+                return;
+            return Fail(test, "download"); // closed or reset before the whole download
         }
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
-            return;
-        Fail(test); // closed or reset before the whole download
-        return;
     }
-}
 
+    const Options& m_Options;
+    const sockaddr_in m_Server;
+    const std::chrono::milliseconds m_Interval;
+    const Clock::time_point m_Epoch;
+    std::vector<int> m_Index; // the tests' numbers among all clients
+    std::vector<Test> m_Tests;
+    int m_Epoll = -1;
+    int m_Active = 0;
+    bool m_bFailureSaid = false;
+};
+
+/// Splits the tests over --procs processes (each its own event loop, so the
+/// load can use every core the server leaves free) and sums up.
 int RunTcp(const Options& options)
 {
     const sockaddr_in server = ParseEndpoint(options.server.empty() ? "127.0.0.1" : options.server, 9999);
-    const int epoll = ::epoll_create1(0);
-    std::vector<Test> tests(static_cast<std::size_t>(options.clients));
+    const std::size_t bytes = sizeof(Outcome) * static_cast<std::size_t>(options.clients);
+    void* shared = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (shared == MAP_FAILED)
+    {
+        std::perror("bench_load_client: mmap");
+        return 1;
+    }
+    auto* outcomes = static_cast<Outcome*>(shared);
+    std::fill(outcomes, outcomes + options.clients, Outcome{});
+    UploadBytes(); // built once, before the fork
     const auto start = Clock::now();
-    for (std::size_t i = 0; i < tests.size(); ++i)
+    std::vector<pid_t> children;
+    for (int p = 0; p < options.procs; ++p)
     {
-        Test& test = tests[i];
-        test.fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-        const sockaddr_in source = SourceAddress(static_cast<int>(i) % options.sources, 0);
-        if (test.fd < 0 || ::bind(test.fd, reinterpret_cast<const sockaddr*>(&source), sizeof source) != 0 ||
-            (::connect(test.fd, reinterpret_cast<const sockaddr*>(&server), sizeof server) != 0 &&
-             errno != EINPROGRESS))
+        const pid_t pid = ::fork();
+        if (pid == 0)
         {
-            std::fprintf(stderr, "bench_load_client: connection %zu: %s\n", i, std::strerror(errno));
-            Fail(test);
-            continue;
+            TcpSlice(options, server, p, options.procs, start).Run(outcomes);
+            std::fflush(stderr);
+            ::_exit(0);
         }
-        epoll_event event{};
-        event.events = EPOLLIN | EPOLLOUT | EPOLLET;
-        event.data.u64 = i;
-        ::epoll_ctl(epoll, EPOLL_CTL_ADD, test.fd, &event);
+        if (pid < 0)
+            std::perror("bench_load_client: fork");
+        else
+            children.push_back(pid);
     }
-
-    char block[kBlockSize] = {};
-    std::vector<epoll_event> events(1024);
-    const auto deadline = start + std::chrono::milliseconds(options.limitMs);
-    for (;;)
-    {
-        const auto now = Clock::now();
-        bool bActive = false;
-        auto nextDue = deadline;
-        for (auto& test : tests)
-        {
-            if (test.state == Test::State::Done || test.state == Test::State::Failed)
-                continue;
-            bActive = true;
-            if (test.state == Test::State::Uploading && test.bWritable)
-                nextDue = std::min(nextDue, test.due);
-        }
-        if (!bActive || now >= deadline)
-            break;
-        const auto waitMs = std::chrono::ceil<std::chrono::milliseconds>(nextDue - now).count();
-        const int n = ::epoll_wait(epoll, events.data(), static_cast<int>(events.size()),
-                                   static_cast<int>(std::max<long long>(0, waitMs)));
-        const auto after = Clock::now();
-        for (int e = 0; e < n; ++e)
-        {
-            Test& test = tests[events[static_cast<std::size_t>(e)].data.u64];
-            if (test.fd < 0)
-                continue;
-            const auto flags = events[static_cast<std::size_t>(e)].events;
-            if (test.state == Test::State::Connecting && (flags & (EPOLLOUT | EPOLLERR | EPOLLHUP)))
-            {
-                int error = 0;
-                socklen_t length = sizeof error;
-                ::getsockopt(test.fd, SOL_SOCKET, SO_ERROR, &error, &length);
-                if (error != 0)
-                {
-                    Fail(test);
-                    continue;
-                }
-                test.state = Test::State::Uploading;
-                test.connected = test.due = after;
-            }
-            if (flags & EPOLLOUT)
-                test.bWritable = true;
-            if (test.state == Test::State::Downloading && (flags & (EPOLLIN | EPOLLHUP | EPOLLERR)))
-                Download(test, after);
-            else if (test.state == Test::State::Uploading && (flags & (EPOLLHUP | EPOLLERR)))
-                Fail(test);
-        }
-        for (auto& test : tests)
-        {
-            if (test.state != Test::State::Uploading)
-                continue;
-            Upload(test, block, options.intervalMs, after);
-            // Edge-triggered: whatever came before the switch raised no new
-            // event.
-            if (test.state == Test::State::Downloading)
-                Download(test, after);
-        }
-    }
+    // Each child ends by its own time limit.
+    for (const pid_t pid : children)
+        ::waitpid(pid, nullptr, 0);
     const double wallMs = MsBetween(start, Clock::now());
 
     int connected = 0;
     int completed = 0;
     int failed = 0;
+    int withinLimit = 0;
     std::vector<double> up;
     std::vector<double> down;
     std::vector<double> worst;
-    for (auto& test : tests)
+    std::vector<std::pair<double, int>> edges; // +1 as a test begins, -1 as it ends
+    for (int i = 0; i < options.clients; ++i)
     {
-        if (test.connected != Clock::time_point{})
-            ++connected;
-        if (test.state == Test::State::Failed)
-            ++failed;
-        if (test.state != Test::State::Done)
+        const Outcome& outcome = outcomes[i];
+        connected += outcome.bConnected ? 1 : 0;
+        if (outcome.bConnected && (outcome.bDone || outcome.bFailed))
         {
-            if (test.fd >= 0)
-                ::close(test.fd);
-            continue;
+            edges.emplace_back(outcome.beganMs, 1);
+            edges.emplace_back(outcome.endedMs, -1);
         }
+        failed += outcome.bFailed ? 1 : 0;
+        if (!outcome.bDone)
+            continue;
         ++completed;
         // The download is timed from the last block written, not from the
         // first byte back: a lone test's whole download is often waiting by
         // the time the loop sees its first byte. The tail of the upload that
         // was still in buffers then counts against the download.
-        const double upKbs = 512.0 / (std::max(MsBetween(test.connected, test.firstByte), 0.001) / 1000.0);
-        const double downKbs =
-            512.0 / (std::max(MsBetween(test.uploadWritten, test.lastByte), 0.001) / 1000.0);
+        const double upKbs = 512.0 / (std::max(outcome.upMs, 0.001) / 1000.0);
+        const double downKbs = 512.0 / (std::max(outcome.downMs, 0.001) / 1000.0);
         up.push_back(upKbs);
         down.push_back(downKbs);
         worst.push_back(std::min(upKbs, downKbs));
+        if (outcome.upMs <= kPhaseLimitMs && outcome.downMs <= kPhaseLimitMs)
+            ++withinLimit;
     }
-    ::close(epoll);
+    ::munmap(shared, bytes);
+    std::sort(edges.begin(), edges.end()); // at a tie the end comes first
+    int running = 0;
+    int peak = 0;
+    for (const auto& edge : edges)
+        peak = std::max(peak, running += edge.second);
     // A test that did not complete counts as 0 KB/s in the worst figure.
     const double worstKbs = completed == options.clients ? Min(worst) : 0.0;
-    std::printf("clients=%d\nconnected=%d\ncompleted=%d\nfailed=%d\n", options.clients, connected, completed,
-                failed);
+    std::printf("clients=%d\nprocs=%d\nconnected=%d\ncompleted=%d\nfailed=%d\nwithin_limit=%d\n",
+                options.clients, options.procs, connected, completed, failed, withinLimit);
     std::printf("up_min_kbs=%.1f\nup_median_kbs=%.1f\ndown_min_kbs=%.1f\ndown_median_kbs=%.1f\n", Min(up),
                 Median(up), Min(down), Median(down));
-    std::printf("worst_kbs=%.1f\nwall_ms=%.0f\n", worstKbs, wallMs);
+    std::printf("worst_kbs=%.1f\npeak_concurrent=%d\nwall_ms=%.0f\n", worstKbs, peak, wallMs);
     return 0;
 }
 
@@ -470,8 +617,9 @@ int RunUdp(const Options& options)
 
 int Usage()
 {
-    std::fprintf(stderr, "usage: bench_load_client tcp|udp [--server A:P] [--clients N] [--sources K]\n"
-                         "       [--interval-ms I] [--limit-ms T] [--window W] [--duration-ms D]\n");
+    std::fprintf(stderr,
+                 "usage: bench_load_client tcp|udp [--server A:P] [--clients N] [--sources K]\n"
+                 "       [--interval-ms I] [--limit-ms T] [--procs P] [--window W] [--duration-ms D]\n");
     return 2;
 }
 } // namespace
@@ -498,6 +646,8 @@ int main(int argc, char** argv)
             options.limitMs = std::clamp(std::atoi(value), 1, 600000);
         else if (key == "--window")
             options.window = std::clamp(std::atoi(value), 1, 1024);
+        else if (key == "--procs")
+            options.procs = std::clamp(std::atoi(value), 1, 64);
         else if (key == "--duration-ms")
             options.durationMs = std::clamp(std::atoi(value), 100, 600000);
         else
