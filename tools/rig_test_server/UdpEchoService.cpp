@@ -19,6 +19,7 @@ constexpr int kRoundsPerTurn = 16;
 // sooner than 1 ms after its ping came in. Remote senders are never that
 // fast, and their pongs are never held.
 constexpr std::chrono::milliseconds kLocalPongDelay{1};
+constexpr std::chrono::microseconds kTimerSlack{500};
 
 /// A sender on this machine: loopback, or a datagram from one of our own
 /// addresses to itself.
@@ -100,6 +101,10 @@ void UdpEchoService::OnReadable()
 
 void UdpEchoService::Answer(int nReceived, Clock::time_point now)
 {
+    // Under a flood the held pongs go out from here, between receives, and
+    // the timer is left for the last ones: re-armed for every few pongs it
+    // cost more than the pongs themselves.
+    SendDue(now);
     EchoText::Fields pings[kBatch];
     std::uint32_t sources[kBatch] = {};
     int index[kBatch];
@@ -198,9 +203,9 @@ void UdpEchoService::SendOut(int nCount)
     ServerMetrics::Add(m_Metrics.m_Dropped, dropped);
 }
 
-void UdpEchoService::ArmDelayTimer()
+void UdpEchoService::ArmDelayTimer(Clock::time_point notBefore)
 {
-    m_DelayTimer.expires_at(m_Delayed[m_DelayedHead].m_Due);
+    m_DelayTimer.expires_at(std::max(m_Delayed[m_DelayedHead].m_Due, notBefore));
     m_DelayTimer.async_wait([this](const std::error_code& ec) { OnDelayTimer(ec); });
 }
 
@@ -209,6 +214,16 @@ void UdpEchoService::OnDelayTimer(const std::error_code& ec)
     if (ec == asio::error::operation_aborted || !m_Socket.is_open())
         return;
     const auto now = Clock::now();
+    SendDue(now);
+    // Pongs still held mean pings are still coming, and the receives send
+    // them on time; the timer only has to catch the end of the flow, so it
+    // need not chase every pong a few microseconds apart.
+    if (m_DelayedCount > 0)
+        ArmDelayTimer(now + kTimerSlack);
+}
+
+void UdpEchoService::SendDue(Clock::time_point now)
+{
     while (m_DelayedCount > 0 && m_Delayed[m_DelayedHead].m_Due <= now)
     {
         int n = 0;
@@ -220,8 +235,6 @@ void UdpEchoService::OnDelayTimer(const std::error_code& ec)
         }
         SendOut(n);
     }
-    if (m_DelayedCount > 0)
-        ArmDelayTimer();
 }
 
 void UdpEchoService::Stop()

@@ -45,8 +45,9 @@ private:
     void Answer(int nReceived, Clock::time_point now);
     /// Sends the first nCount of m_Out; what the system refuses is dropped.
     void SendOut(int nCount);
-    void ArmDelayTimer();
+    void ArmDelayTimer(Clock::time_point notBefore = {});
     void OnDelayTimer(const std::error_code& ec);
+    void SendDue(Clock::time_point now);
 
     const ServerOptions& m_Options;
     PongAdmission& m_Admission;
