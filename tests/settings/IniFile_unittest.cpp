@@ -1,4 +1,3 @@
-#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -182,37 +181,6 @@ TEST_F(IniTest, KeepsTheFileModeAndFollowsSymbolicLinks)
     const std::string dangling = m_Dir.File("dangling.ini");
     ASSERT_EQ(::symlink("nowhere/x.ini", dangling.c_str()), 0);
     EXPECT_FALSE(WritePrivateProfileString(u"v", u"k", u"1", dangling));
-}
-
-// A read-only folder holding a writable file: no temporary file can be made
-// beside it, so the file is rewritten in place and keeps its owner. Root
-// ignores folder permissions, so the write runs in a child that drops to
-// nobody when root.
-TEST_F(IniTest, ReadOnlyFolderGetsAWritableFileRewrittenInPlace)
-{
-    const std::string folder = m_Dir.File("ro");
-    const std::string file = folder + "/option.ini";
-    ASSERT_EQ(::mkdir(folder.c_str(), 0755), 0);
-    TempDir::Write(file, "[v]\nk=0\nlonger=than the new content\n");
-    ASSERT_EQ(::chmod(file.c_str(), 0666), 0);
-    ASSERT_EQ(::chmod(folder.c_str(), 0555), 0);
-    ASSERT_EQ(::chmod(m_Dir.Path().c_str(), 0755), 0);
-    const passwd* nobody = ::getpwnam("nobody");
-    ASSERT_NE(nobody, nullptr);
-
-    const pid_t pid = ::fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0)
-    {
-        if (::geteuid() == 0 && (::setgid(nobody->pw_gid) != 0 || ::setuid(nobody->pw_uid) != 0))
-            ::_exit(3);
-        ::_exit(WritePrivateProfileStrings(u"v", {{u"k", u"1"}, {u"longer", u"no"}}, file) ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    EXPECT_EQ(TempDir::Read(file), "[v]\nk=1\nlonger=no\n");
-    EXPECT_EQ(EntriesIn(folder), 1);
 }
 
 // A file of several hundred KiB is read; past the 16 MiB bound, and for a FIFO,
