@@ -73,6 +73,10 @@ TEST_F(IniTest, ReaderRules)
 
     EXPECT_EQ(GetPrivateProfileString(u"s", u"k", u"d", m_Dir.File("none.ini")), u"d");
     EXPECT_EQ(GetPrivateProfileString(u"s", u"k", u"d", m_Dir.Path()), u"d"); // a folder is no file
+    // The number is the value as read, through Wtoi; an empty value is a
+    // missing one, as the system's profile functions have it.
+    EXPECT_EQ(Read("[s]\nk=\n"), u"");
+    EXPECT_EQ(GetPrivateProfileInt(u"s", u"k", -77, m_Path), -77);
 }
 
 TEST_F(IniTest, ValuesAreCutAt511WithoutSplittingAPair)
@@ -81,21 +85,6 @@ TEST_F(IniTest, ValuesAreCutAt511WithoutSplittingAPair)
     // An emoji whose first half would be character 511 is dropped whole.
     EXPECT_EQ(Read("[s]\nk=" + std::string(510, 'x') + "\xF0\x9F\x98\x80yy\n"), tstring(510, u'x'));
     EXPECT_EQ(GetPrivateProfileString(u"s", u"none", tstring(600, u'd'), m_Path).size(), 511u);
-}
-
-TEST_F(IniTest, IntegerIsTheNumberAtTheStart)
-{
-    // The number itself is read as _wtoi reads it, tested with it: here what
-    // the reader does to the text first. An empty value is a missing one, as
-    // the system's profile functions have it.
-    const std::pair<const char*, int> cases[] = {{" 12abc ", 12}, {"\"-7\"", -7}, {"", -77}};
-    for (const auto& [value, expected] : cases)
-    {
-        TempDir::Write(m_Path, std::string("[S]\r\nK=") + value + "\r\n");
-        EXPECT_EQ(GetPrivateProfileInt(u"s", u"k", -77, m_Path), expected) << value;
-    }
-    EXPECT_EQ(GetPrivateProfileInt(u"s", u"missing", -77, m_Path), -77);
-    EXPECT_EQ(GetPrivateProfileInt(u"s", u"k", 42, m_Dir.File("none.ini")), 42);
 }
 
 struct WriteCase
