@@ -174,8 +174,8 @@ TEST_F(FaultsTest, SettingsThatCannotWorkAreDiagnosed)
 TEST_F(FaultsTest, OptionsFolderThatCannotTakeTheFileKeepsTheOldOne)
 {
     StartServer();
-    const std::string kOld = "[video]\r\nshadow=0000000000000000000000000000000000000000000000\r\naudience="
-                             "0\r\n\r\n[audio]\r\nvolume=7\r\n";
+    const std::string kOld =
+        "[video]\r\nshadow=" + std::string(40, '0') + "\r\naudience=0\r\n\r\n[audio]\r\nvolume=7\r\n";
     e2e::WriteFile(m_Root + "/old.ini", kOld);
     const struct
     {
