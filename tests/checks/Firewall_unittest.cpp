@@ -13,9 +13,30 @@ namespace
 {
 struct FakePlatform : IFirewallPlatform
 {
+    // The profile the firewall hands out: it reads and records on the platform.
+    struct Profile : IFirewallProfileApi
+    {
+        explicit Profile(FakePlatform& f) : f(f) {}
+        bool IsApplicationEnabled(const char16_t* imagePath) override { return f.entries[imagePath]; }
+        HRESULT AddApplication(const char16_t* imagePath, const char16_t* name) override
+        {
+            f.added.emplace_back(imagePath, name);
+            return f.addResult;
+        }
+        HRESULT GetExceptionsNotAllowed(bool& bNotAllowed) override
+        {
+            bNotAllowed = f.exceptionsNotAllowed;
+            return f.flagResult;
+        }
+        FakePlatform& f;
+    };
+
     HRESULT CoInitializeEx() override { return initResult; }
     void CoUninitialize() override { ++uninits; }
-    std::unique_ptr<IFirewallProfileApi> OpenCurrentProfile() override;
+    std::unique_ptr<IFirewallProfileApi> OpenCurrentProfile() override
+    {
+        return hasProfile ? std::make_unique<Profile>(*this) : nullptr;
+    }
     tstring GetModuleFileName() override { return u"C:\\Games\\Dunmore\\Patcher\\FC.exe"; }
 
     HRESULT initResult = S_OK;
@@ -27,31 +48,6 @@ struct FakePlatform : IFirewallPlatform
     HRESULT addResult = S_OK;
     std::vector<std::pair<tstring, tstring>> added;
 };
-
-class FakeProfile : public IFirewallProfileApi
-{
-public:
-    explicit FakeProfile(FakePlatform& firewall) : m_Firewall(firewall) {}
-    bool IsApplicationEnabled(const char16_t* imagePath) override { return m_Firewall.entries[imagePath]; }
-    HRESULT AddApplication(const char16_t* imagePath, const char16_t* name) override
-    {
-        m_Firewall.added.emplace_back(imagePath, name);
-        return m_Firewall.addResult;
-    }
-    HRESULT GetExceptionsNotAllowed(bool& bNotAllowed) override
-    {
-        bNotAllowed = m_Firewall.exceptionsNotAllowed;
-        return m_Firewall.flagResult;
-    }
-
-private:
-    FakePlatform& m_Firewall;
-};
-
-std::unique_ptr<IFirewallProfileApi> FakePlatform::OpenCurrentProfile()
-{
-    return hasProfile ? std::make_unique<FakeProfile>(*this) : nullptr;
-}
 
 bool g_xpSp2 = false;
 
@@ -97,7 +93,7 @@ struct Row
 {
     bool hasProfile;
     bool xpSp2;
-    int gameEntry; // -1 missing, 0 disabled, 1 enabled
+    bool gameEnabled; // missing and disabled read alike through the profile
     bool exceptionsNotAllowed;
     HRESULT flagResult;
     std::vector<tstring> afterConnecting;
@@ -114,20 +110,19 @@ TEST_F(FirewallTest, ReportTable)
         "Firewall is on with no exceptions. You will not be able host games or "
         "join a peer-to-peer game. Depending on the game, you may be able to join.\n";
     const Row rows[] = {
-        {false, true, -1, false, S_OK, {kFailed, kHint, kLink}, 3, ""},
-        {false, false, -1, false, S_OK, {kPassed, kLink}, 0, ""},
-        {true, false, 1, false, S_OK, {kPassed, kOpened, kPassed, kLink}, 0, ""},
-        {true, false, -1, false, S_OK, {kPassed, kHint, kOpened, kFailed, kLink}, 3, notEnabled},
-        {true, false, 0, false, S_OK, {kPassed, kHint, kOpened, kFailed, kLink}, 3, notEnabled},
-        {true, false, 1, true, S_OK, {kPassed, kOpened, kFailed, kLink}, 0, noExceptions},
-        {true, false, 1, true, E_FAIL, {kPassed, kOpened, kPassed, kLink}, 0, ""}, // a failing query: allowed
+        {false, true, false, false, S_OK, {kFailed, kHint, kLink}, 3, ""},
+        {false, false, false, false, S_OK, {kPassed, kLink}, 0, ""},
+        {true, false, true, false, S_OK, {kPassed, kOpened, kPassed, kLink}, 0, ""},
+        {true, false, false, false, S_OK, {kPassed, kHint, kOpened, kFailed, kLink}, 3, notEnabled},
+        {true, false, true, true, S_OK, {kPassed, kOpened, kFailed, kLink}, 0, noExceptions},
+        {true, false, true, true, E_FAIL, {kPassed, kOpened, kPassed, kLink}, 0, ""}, // a failing query:
+                                                                                      // allowed
     };
     for (const Row& row : rows)
     {
         m_Platform = FakePlatform{};
         m_Platform.hasProfile = row.hasProfile;
-        if (row.gameEntry >= 0)
-            m_Platform.entries[kGamePath] = row.gameEntry == 1;
+        m_Platform.entries[kGamePath] = row.gameEnabled;
         m_Platform.exceptionsNotAllowed = row.exceptionsNotAllowed;
         m_Platform.flagResult = row.flagResult;
         g_xpSp2 = row.xpSp2;

@@ -51,14 +51,12 @@ TEST_F(NetworkReportTest, TcpLinesAndVerdictFollowTheFigures)
     } cases[] = {
         // Single-precision KB compared with 32.0f: 32767.9995 B/s rounds up to
         // 32.0f and passes; 32767.99 stays below it though it prints 32.00.
-        {"fast", true, true, 40000.0, 50000.0, u"39.06", u"48.83", true},
         {"exactly32", true, true, 32768.0, 32768.0, u"32.00", u"32.00", true},
         {"roundsTo32", true, true, 32767.9995, 32767.9995, u"32.00", u"32.00", true},
         {"justBelow32Up", true, true, 32767.99, 40000.0, u"32.00", u"39.06", false},
         {"justBelow32Down", true, true, 40000.0, 32767.99, u"39.06", u"32.00", false},
         {"uploadRanOutOfTime", true, false, 40000.0, 40000.0, u"39.06", u"39.06", false},
         {"notConnected", false, false, 0.0, 0.0, u" 0.00", u" 0.00", false},
-        {"slow", true, true, 1024.0, 512.0, u" 1.00", u" 0.50", false},
         {"workerFailed", true, true, 1e6, 1e6, u"976.56", u"976.56", false, u"out of memory"},
     };
     for (const auto& c : cases)

@@ -3,41 +3,22 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <condition_variable>
+#include <chrono>
 #include <functional>
+#include <future>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 
 namespace
 {
-// A one-shot std::latch. GCC 12's own loses wake-ups where there is no futex
-// (MinGW-w64 under Wine hangs in one run of two), so the tests keep theirs.
-class Latch
+// A one-shot event. GCC 12's std::latch loses wake-ups where there is no
+// futex (MinGW-w64 under Wine hangs in one run of two); a future does not.
+struct Event
 {
-public:
-    explicit Latch(int count) : m_count(count) {}
-    void count_down()
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        if (--m_count == 0)
-            m_zero.notify_all();
-    }
-    void wait()
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_zero.wait(lock, [this] { return m_count <= 0; });
-    }
-    bool try_wait()
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_count <= 0;
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_zero;
-    int m_count;
+    std::promise<void> promise;
+    std::shared_future<void> future = promise.get_future().share();
+    void Set() { promise.set_value(); }
+    bool IsSet() const { return future.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }
 };
 
 class Worker : public zul::Thread
@@ -54,11 +35,11 @@ private:
 
 TEST(Thread, WaitTellsRunningFromEndedAndEndedStaysEnded)
 {
-    Latch gate(1);
+    Event gate;
     Worker worker(
         [&]
         {
-            gate.wait();
+            gate.future.wait();
             return 42u;
         });
     EXPECT_FALSE(worker.Wait(0));
@@ -70,7 +51,7 @@ TEST(Thread, WaitTellsRunningFromEndedAndEndedStaysEnded)
     EXPECT_EQ(worker.GetLastError(), static_cast<std::uint32_t>(ESRCH)); // a time-out is no failure
     EXPECT_EQ(worker.GetExitCode(), 0u);
 
-    gate.count_down();
+    gate.Set();
     EXPECT_TRUE(worker.Wait(zul::INFINITE_WAIT));
     EXPECT_TRUE(worker.Wait(0));
     EXPECT_TRUE(worker.Wait(0));
@@ -88,11 +69,11 @@ TEST(Thread, WaitTellsRunningFromEndedAndEndedStaysEnded)
 
 TEST(Thread, DestructorDismissesASuspendedThreadAndJoinsARunningOne)
 {
-    Latch ran(1);
+    Event ran;
     auto worker = std::make_unique<Worker>(
         [&]
         {
-            ran.count_down();
+            ran.Set();
             return 0u;
         });
     worker->Start(true);
@@ -100,25 +81,23 @@ TEST(Thread, DestructorDismissesASuspendedThreadAndJoinsARunningOne)
     EXPECT_FALSE(worker->Wait(zul::INFINITE_WAIT));
     EXPECT_EQ(worker->GetLastError(), static_cast<std::uint32_t>(EDEADLK));
     worker.reset(); // dismisses and joins the held thread
-    EXPECT_FALSE(ran.try_wait());
+    EXPECT_FALSE(ran.IsSet());
 
-    Latch started(1);
-    Latch proceed(1);
-    Latch finished(1);
+    Event started, proceed, finished;
     {
         Worker running(
             [&]
             {
-                started.count_down();
-                proceed.wait();
-                finished.count_down();
+                started.Set();
+                proceed.future.wait();
+                finished.Set();
                 return 0u;
             });
         running.Start(false);
-        started.wait();
-        proceed.count_down();
+        started.future.wait();
+        proceed.Set();
         // Destroyed without a Wait: the destructor must join, not terminate.
     }
-    EXPECT_TRUE(finished.try_wait());
+    EXPECT_TRUE(finished.IsSet());
     Worker neverStarted([] { return 0u; }); // destroying it closes nothing
 }

@@ -18,71 +18,59 @@ struct Scenario
 {
     const char* name;
     std::vector<std::string> serverArgs;
-    bool bHoldPongPort;
-    bool bFails; // a failed network check makes the exit status 1
-    std::vector<std::string> present, absent;
-    double minUpload, minDownload;                    // KB/Sec; 0.01 is the least above 0.00
-    std::vector<std::pair<std::string, json>> fields; // JSON pointer, value
+    std::vector<std::string> present, absent = {};
+    std::vector<std::pair<std::string, json>> fields = {}; // JSON pointer, value
+    bool bFails = true;                                    // a failed network check makes the exit status 1
+    double minUpload = 0, minDownload = 0;                 // KB/Sec; 0.01 is the least above 0.00
+    bool bHoldPongPort = false;
 };
 
 const Scenario kScenarios[] = {
     {"GoodServer",
      {},
-     false,
-     false,
      {e2e::kTcpConnected, e2e::kUdpAllAnswered,
       "<br>Checking UDP port" + std::string(31, '.') + "<font color=blue>passed.</font>"},
      {kTcpIncomplete, kUdpFailed},
-     32.0,
-     32.0,
      {{"/checks/tcp/verdict", "passed"},
       {"/checks/udp/verdict", "passed"},
-      {"/checks/ports/verdict", "passed"}}},
+      {"/checks/ports/verdict", "passed"}},
+     false,
+     32.0,
+     32.0},
     {"SilentServer",
      {"--silent"},
-     false,
-     true,
      {e2e::kTcpConnected, "<br>\tDownload Speed :  0.00 KB/Sec" + kTcpIncomplete + kTcpFailedStart},
      {},
-     0,
-     0,
      {{"/checks/tcp/upload_completed", true}}},
     {"ServerClosingAfter100KB",
      {"--close-after", "102400"},
-     false,
-     false,
      {e2e::kTcpConnected},
      {},
+     {{"/checks/tcp/upload_completed", true}},
+     false,
      0,
-     0.01,
-     {{"/checks/tcp/upload_completed", true}}},
+     0.01},
     // Timed out in the middle of a block, measured over what went out: not a
     // failed send.
     {"ServerThatStopsReading",
      {"--stop-reading-after", "65536"},
-     false,
-     true,
      {e2e::kTcpConnected, kTcpIncomplete + kTcpFailedStart},
      {},
-     0.01,
-     0,
-     {{"/checks/tcp/upload_completed", false}}},
+     {{"/checks/tcp/upload_completed", false}},
+     true,
+     0.01},
     // The last blocks fit in the client's send buffer, so every send succeeds;
     // they never reach the server, and an upload is complete only once they
     // have.
     {"UploadStuckInTheSendBuffer",
      {"--stop-reading-after", std::to_string(524288 - 8192)},
-     false,
-     true,
      {e2e::kTcpConnected, kTcpIncomplete + kTcpFailedStart},
      {},
-     0.01,
-     0,
-     {{"/checks/tcp/upload_completed", false}}},
+     {{"/checks/tcp/upload_completed", false}},
+     true,
+     0.01},
     {"LossyServer",
      {"--drop-every", "2"},
-     false,
-     true,
      {"<br>\treceived :   5 packets<font color=red><br>\t    loss :   5 packets (50%)</font>",
       kUdpFailed +
           "<br><font color=black>1. Please go to <a href=\"http://portforward-guide.example/\" "
@@ -94,20 +82,18 @@ const Scenario kScenarios[] = {
           "<br><font color=black>4. Choose Dunmore Nine.</font>"
           "<br><font color=black>5. Follow the instructions on the page to forward the ports.</font>"},
      {},
-     0,
-     0,
      {{"/checks/udp/lost", 5}, {"/checks/udp/verdict", "failed"}}},
     {"PortTwentyThousandTaken",
      {},
-     true,
-     true,
      {kAllLost, kUdpFailed,
       "<br>Checking UDP port<font color=red>x</font>" + std::string(30, '.') +
           "failed. 20000 <font color=red>ports are already used.</font>"},
      {},
+     {{"/checks/ports/busy_ports", json::array({20000})}},
+     true,
      0,
      0,
-     {{"/checks/ports/busy_ports", json::array({20000})}}},
+     true},
 };
 
 class NetworkCliTest : public e2e::CliTest, public ::testing::WithParamInterface<Scenario>

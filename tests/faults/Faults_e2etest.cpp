@@ -169,11 +169,13 @@ TEST_F(FaultsTest, SettingsThatCannotWorkAreDiagnosed)
 // beside it. Root ignores permission bits, so read-only is a read-only bind
 // mount, and the full disk a tiny tmpfs; both live only in the run's mount
 // namespace, so the script looks at the folder before leaving. A folder that
-// is read-only around a writable file gets the file rewritten in place.
+// is read-only around a writable file gets the file rewritten in place, and
+// cut where the new text is shorter (the long old value).
 TEST_F(FaultsTest, OptionsFolderThatCannotTakeTheFileKeepsTheOldOne)
 {
     StartServer();
-    const std::string kOld = "[video]\r\nshadow=0\r\naudience=0\r\n\r\n[audio]\r\nvolume=7\r\n";
+    const std::string kOld =
+        "[video]\r\nshadow=" + std::string(40, '0') + "\r\naudience=0\r\n\r\n[audio]\r\nvolume=7\r\n";
     e2e::WriteFile(m_Root + "/old.ini", kOld);
     const struct
     {

@@ -27,16 +27,13 @@ struct Scenario
     std::map<int, std::vector<int>> actions;
     int result;
     QString log;
-    std::vector<const char*> arguments = {}; // after the program's name
-    bool bPatcherStarts = false;
+    bool bPatcherSwitch = false, bPatcherStarts = false;
 };
 const Scenario kScenarios[] = {
-    // Leaving the main dialog never starts the patcher.
-    {"Cancel during the TCP step", 0, {{2, {IDCANCEL}}}, IDCANCEL, "0 1 2", {"patcher"}},
-    {"Next after step 0", 0, {{0, {IDOK}}}, IDOK, "0"},
-    {"Next, started with patcher", 0, {{0, {IDOK}}}, IDOK, "0", {"patcher"}, true},
-    // Qt strips its own options later; the switch is read from the raw arguments.
-    {"Next, Qt option first", 0, {{0, {IDOK}}}, IDOK, "0", {"-reverse", "patcher"}},
+    // Leaving the main dialog never starts the patcher; the graphic dialog's
+    // ways out (without the switch too) are that dialog's test.
+    {"Cancel during the TCP step", 0, {{2, {IDCANCEL}}}, IDCANCEL, "0 1 2", true},
+    {"Next, started with patcher", 0, {{0, {IDOK}}}, IDOK, "0", true, true},
     // The second click meets a disabled button: no second registration.
     {"firewall asks", 3, {{2, {kFirewall}}, {3, {kFirewall}}, {4, {IDCANCEL}}}, IDCANCEL, "0 1 2+ R 3 4"},
     {"firewall does not ask", 2, {{2, {kFirewall}}, {4, {IDCANCEL}}}, IDCANCEL, "0 1 2 3 4"},
@@ -101,9 +98,7 @@ private slots:
     {
         QFETCH(int, row);
         const Scenario& s = kScenarios[row];
-        std::vector<const char*> argv{"rig_inspector"};
-        argv.insert(argv.end(), s.arguments.begin(), s.arguments.end());
-        theApp.m_bRunPatcher = IsPatcherSwitch(CommandLineText(static_cast<int>(argv.size()), argv.data()));
+        theApp.m_bRunPatcher = s.bPatcherSwitch;
         QStringList log;
         QCOMPARE(Run(s, log), s.result);
         QCOMPARE(log.join(' '), s.log);

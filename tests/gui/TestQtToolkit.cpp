@@ -8,48 +8,14 @@
 #include <QTest>
 #include <QTimer>
 #include <QWindow>
-#include <functional>
 
-#include "RigInspectorApp/MinimisedIcon.h"
 #include "QtDialogWindow.h"
 #include "QtReportView.h"
 #include "QtToolkit.h"
+#include "RigInspectorApp/MinimisedIcon.h"
+#include "tests/common/ProbeDialog.h"
 
-namespace
-{
-/// A dialog logic that records what reaches it and runs a test's hooks.
-class ProbeDialog : public CDialogLogic
-{
-public:
-    using CDialogLogic::CDialogLogic;
-    bool OnInitDialog() override
-    {
-        m_pWindow = static_cast<QtDialogWindow*>(GetWindow());
-        if (m_OnInit)
-            m_OnInit(*this);
-        return true;
-    }
-    void OnCommand(int nId) override
-    {
-        m_Commands.push_back(nId);
-        if (m_OnCommand)
-            m_OnCommand(*this, nId);
-    }
-    void OnTimer(unsigned nIdEvent) override
-    {
-        if (m_OnTimer)
-            m_OnTimer(*this, nIdEvent);
-    }
-    void End(int nResult) { GetWindow()->EndDialog(nResult); }
-
-    QtDialogWindow* m_pWindow = nullptr;
-    std::vector<int> m_Commands;
-    std::function<void(ProbeDialog&)> m_OnInit;
-    std::function<void(ProbeDialog&, int)> m_OnCommand;
-    std::function<void(ProbeDialog&, unsigned)> m_OnTimer;
-};
-
-} // namespace
+using ProbeDialog = ProbeDialogOf<QtDialogWindow>;
 
 class TestQtToolkit : public QObject
 {

@@ -1,4 +1,4 @@
-// What an operator sees: usage errors, a port in use, the version.
+// What an operator sees: usage errors and a port in use.
 #include <gtest/gtest.h>
 
 #include "ServerProcess.h"
@@ -22,16 +22,6 @@ TEST(ServerCommandLine, UsageErrorsExitTwoWithOneLine)
         EXPECT_EQ(std::count(server.GetStderr().begin(), server.GetStderr().end(), '\n'), 1)
             << server.GetStderr();
     }
-}
-
-TEST(ServerCommandLine, VersionAndHelpExitZero)
-{
-    ServerProcess version({"--version"});
-    EXPECT_TRUE(version.WaitForLine("rig_test_server "));
-    EXPECT_EQ(version.WaitForExit(), 0);
-    ServerProcess help({"--help"});
-    EXPECT_TRUE(help.WaitForLine("--stop-reading-after"));
-    EXPECT_EQ(help.WaitForExit(), 0);
 }
 
 TEST(ServerCommandLine, PortInUseIsAClearError)

@@ -30,21 +30,6 @@ tstring ErrorText(const std::function<void()>& call)
     }
     return u"(nothing thrown)";
 }
-
-// Stores or loads one 16-bit value as the flag says.
-class Value : public zul::socket::MessageSerializable
-{
-public:
-    void Serialize(Message& message, int bStoring, int nReserved) override
-    {
-        EXPECT_EQ(0, nReserved);
-        if (bStoring == 1)
-            message << m_Value;
-        else
-            message >> m_Value;
-    }
-    std::uint16_t m_Value = 0;
-};
 } // namespace
 
 TEST(Message, WireBytesOfEachValue)
@@ -96,13 +81,6 @@ TEST(Message, ValuesComeBackInTheOrderWritten)
     EXPECT_EQ(u"chars", tstring(wideArray));
     EXPECT_EQ("array", std::string(narrowArray));
     EXPECT_EQ(message.GetLength(), message.GetReadOffset());
-
-    // The store flag is 1; Store and Load hand the message over.
-    Value out;
-    out.m_Value = 777;
-    Value in;
-    Message(16).Store(out).Load(in);
-    EXPECT_EQ(777, in.m_Value);
 }
 
 TEST(Message, ReadingAndWritingPastTheEndThrowTheExactTexts)

@@ -7,46 +7,25 @@
 
 #include <richedit.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "RigInspectorApp/DialogTemplate.h"
 #include "Win32Dialog.h"
+#include "tests/common/ProbeDialog.h"
 
 namespace
 {
-class ProbeDialog : public CDialogLogic
-{
-public:
-    using CDialogLogic::CDialogLogic;
-    bool OnInitDialog() override
-    {
-        m_hWnd = static_cast<Win32DialogWindow*>(GetWindow())->GetHwnd();
-        if (m_OnInit)
-            m_OnInit(*this);
-        return true;
-    }
-    void OnCommand(int nId) override
-    {
-        m_Commands.push_back(nId);
-        if (m_OnCommand)
-            m_OnCommand(*this, nId);
-    }
-    void OnTimer(unsigned nIdEvent) override
-    {
-        if (m_OnTimer)
-            m_OnTimer(*this, nIdEvent);
-    }
-    void End(int nResult) { GetWindow()->EndDialog(nResult); }
-    HWND Item(int nId) const { return ::GetDlgItem(m_hWnd, nId); }
+using ProbeDialog = ProbeDialogOf<Win32DialogWindow>;
 
-    HWND m_hWnd = nullptr;
-    std::vector<int> m_Commands;
-    std::function<void(ProbeDialog&)> m_OnInit;
-    std::function<void(ProbeDialog&, int)> m_OnCommand;
-    std::function<void(ProbeDialog&, unsigned)> m_OnTimer;
-};
+HWND Hwnd(const ProbeDialog& d)
+{
+    return d.m_pWindow->GetHwnd();
+}
+HWND Item(const ProbeDialog& d, int nId)
+{
+    return ::GetDlgItem(Hwnd(d), nId);
+}
 
 std::u16string WindowText(HWND hWnd)
 {
@@ -80,23 +59,23 @@ TEST_F(Win32ToolkitTest, TemplatesBecomeWindowsInDialogUnitsWithTheirStyles)
         ProbeDialog dlg(nTemplate);
         dlg.m_OnInit = [&](ProbeDialog& d)
         {
-            EXPECT_EQ(WindowText(d.m_hWnd), t.caption);
-            const LONG_PTR style = ::GetWindowLongPtrW(d.m_hWnd, GWL_STYLE);
-            const LONG_PTR exStyle = ::GetWindowLongPtrW(d.m_hWnd, GWL_EXSTYLE);
+            EXPECT_EQ(WindowText(Hwnd(d)), t.caption);
+            const LONG_PTR style = ::GetWindowLongPtrW(Hwnd(d), GWL_STYLE);
+            const LONG_PTR exStyle = ::GetWindowLongPtrW(Hwnd(d), GWL_EXSTYLE);
             EXPECT_EQ((style & WS_SYSMENU) != 0, t.bCloseBox);
             EXPECT_EQ((exStyle & WS_EX_APPWINDOW) != 0, t.bMainWindow);
             for (const DialogControlTemplate& c : t.controls)
             {
                 if (c.nId == IDC_STATIC)
                     continue;
-                const HWND hControl = d.Item(c.nId);
+                const HWND hControl = Item(d, c.nId);
                 ASSERT_NE(hControl, nullptr) << c.nId;
                 // Position and size convert on their own, as dialog creation does.
                 RECT position{c.x, c.y, c.cx, c.cy};
-                ::MapDialogRect(d.m_hWnd, &position);
+                ::MapDialogRect(Hwnd(d), &position);
                 RECT actual;
                 ::GetWindowRect(hControl, &actual);
-                ::MapWindowPoints(nullptr, d.m_hWnd, reinterpret_cast<POINT*>(&actual), 2);
+                ::MapWindowPoints(nullptr, Hwnd(d), reinterpret_cast<POINT*>(&actual), 2);
                 EXPECT_EQ(actual.left, position.left) << c.nId;
                 EXPECT_EQ(actual.top, position.top) << c.nId;
                 EXPECT_EQ(actual.right - actual.left, position.right) << c.nId;
@@ -109,16 +88,16 @@ TEST_F(Win32ToolkitTest, TemplatesBecomeWindowsInDialogUnitsWithTheirStyles)
             // The static texts and the group box, which the logic never looks
             // up; the main dialog also has its (hidden) details button.
             int nChildren = 0;
-            for (HWND h = ::GetWindow(d.m_hWnd, GW_CHILD); h != nullptr; h = ::GetWindow(h, GW_HWNDNEXT))
+            for (HWND h = ::GetWindow(Hwnd(d), GW_CHILD); h != nullptr; h = ::GetWindow(h, GW_HWNDNEXT))
                 ++nChildren;
             EXPECT_EQ(nChildren,
                       static_cast<int>(t.controls.size()) + (nTemplate == IDD_INSPECTOR_DIALOG ? 1 : 0));
             if (nTemplate == IDD_GRAPHIC_CONFIG_DIALOG)
             {
                 // Each High/Low pair is a choice of its own.
-                ::SendMessageW(d.Item(IDC_SHADOW_HIGH), BM_CLICK, 0, 0);
-                ::SendMessageW(d.Item(IDC_CHAR_HIGH), BM_CLICK, 0, 0);
-                ::SendMessageW(d.Item(IDC_CHAR_LOW), BM_CLICK, 0, 0);
+                ::SendMessageW(Item(d, IDC_SHADOW_HIGH), BM_CLICK, 0, 0);
+                ::SendMessageW(Item(d, IDC_CHAR_HIGH), BM_CLICK, 0, 0);
+                ::SendMessageW(Item(d, IDC_CHAR_LOW), BM_CLICK, 0, 0);
                 EXPECT_EQ(d.GetDlgItem(IDC_CHAR_HIGH)->GetCheck(), 0);
                 EXPECT_EQ(d.GetDlgItem(IDC_CHAR_LOW)->GetCheck(), 1);
                 EXPECT_EQ(d.GetDlgItem(IDC_SHADOW_HIGH)->GetCheck(), 1);
@@ -137,10 +116,10 @@ TEST_F(Win32ToolkitTest, KeysClicksAndClosesReachTheLogicUntilItEnds)
     {
         // Queued like real input, so they go through the modal loop's
         // dialog keyboard handling.
-        ::PostMessageW(d.m_hWnd, WM_KEYDOWN, VK_RETURN, 0); // the default button
-        ::PostMessageW(d.Item(IDC_RECOMMEND), BM_CLICK, 0, 0);
-        ::PostMessageW(d.m_hWnd, WM_CLOSE, 0, 0); // the close box
-        ::PostMessageW(d.m_hWnd, WM_KEYDOWN, VK_ESCAPE, 0);
+        ::PostMessageW(Hwnd(d), WM_KEYDOWN, VK_RETURN, 0); // the default button
+        ::PostMessageW(Item(d, IDC_RECOMMEND), BM_CLICK, 0, 0);
+        ::PostMessageW(Hwnd(d), WM_CLOSE, 0, 0); // the close box
+        ::PostMessageW(Hwnd(d), WM_KEYDOWN, VK_ESCAPE, 0);
     };
     dlg.m_OnCommand = [](ProbeDialog& d, int nId)
     {
@@ -148,9 +127,9 @@ TEST_F(Win32ToolkitTest, KeysClicksAndClosesReachTheLogicUntilItEnds)
         if (nId != IDCANCEL || d.m_Commands.size() != 4)
             return;
         d.End(IDCANCEL);
-        EXPECT_FALSE(::IsWindowVisible(d.m_hWnd));
+        EXPECT_FALSE(::IsWindowVisible(Hwnd(d)));
         EXPECT_TRUE(d.GetDlgItem(IDOK)->IsWindowEnabled()); // readable until the run returns
-        ::SendMessageW(d.Item(IDOK), BM_CLICK, 0, 0);       // after the end: ignored
+        ::SendMessageW(Item(d, IDOK), BM_CLICK, 0, 0);      // after the end: ignored
     };
     EXPECT_EQ(m_Toolkit.RunModal(dlg), IDCANCEL);
     EXPECT_EQ(dlg.m_Commands, (std::vector<int>{IDOK, IDC_RECOMMEND, IDCANCEL, IDCANCEL}));
@@ -205,7 +184,7 @@ TEST_F(Win32ToolkitTest, RichEditViewShowsTheReportWithItsStylesAndLinks)
         ASSERT_TRUE(pView->HasDocument());
         ASSERT_TRUE(pView->LoadDocument(doc.c_str(), doc.size() * 2 + 2));
 
-        const HWND hEdit = d.Item(IDC_EXPLORER);
+        const HWND hEdit = Item(d, IDC_EXPLORER);
         wchar_t buffer[256] = {};
         GETTEXTEX get{sizeof buffer, GT_DEFAULT, 1200, nullptr, nullptr};
         ::SendMessageW(hEdit, EM_GETTEXTEX, reinterpret_cast<WPARAM>(&get), reinterpret_cast<LPARAM>(buffer));
@@ -244,7 +223,7 @@ TEST_F(Win32ToolkitTest, DetailsAppearBesideTheReportWithoutMovingTheTemplate)
         for (int id : {1, 2, 3})
         {
             RECT r{};
-            ::GetWindowRect(dlg.Item(id), &r);
+            ::GetWindowRect(Item(dlg, id), &r);
             out.push_back(r);
         }
         return out;
