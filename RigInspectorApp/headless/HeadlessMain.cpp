@@ -20,6 +20,7 @@
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
 #include "TerminalOutput.h"
+#include "share/common/StringUtil.h"
 
 namespace
 {
@@ -146,10 +147,11 @@ int main(int argc, char** argv)
     // also with --quiet: it is what a player needs when a result looks wrong.
     const std::vector<Diagnostic> diagnostics = GetDiagnostics().List();
     for (const Diagnostic& d : diagnostics)
-        std::cerr << "rig_inspector_cli: warning: " << ToUtf8(d.message) << " [" << d.code << "]\n";
+        std::cerr << "rig_inspector_cli: warning: " << zul::Utf16ToUtf8(d.message) << " [" << d.code << "]\n";
 
     int status = CheckExitStatus(g_inspector.m_Results);
-    if (!reportPath.empty() && !WriteFile(reportPath, ToUtf8(toolkit.GetReportView().GetDocument())))
+    if (!reportPath.empty() &&
+        !WriteFile(reportPath, zul::Utf16ToUtf8(toolkit.GetReportView().GetDocument())))
     {
         std::cerr << "rig_inspector_cli: cannot write the report to " << reportPath << "\n";
         status = kExitOutputFailed;

@@ -5,43 +5,7 @@
 #include <cstdint>
 #include <utility>
 
-std::string ToUtf8(std::u16string_view text)
-{
-    std::string out;
-    out.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i)
-    {
-        std::uint32_t c = text[i];
-        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
-            text[i + 1] <= 0xDFFF)
-            c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00);
-        else if (c >= 0xD800 && c <= 0xDFFF)
-            c = 0xFFFD;
-        if (c < 0x80)
-        {
-            out += static_cast<char>(c);
-        }
-        else if (c < 0x800)
-        {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-        else if (c < 0x10000)
-        {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-        else
-        {
-            out += static_cast<char>(0xF0 | (c >> 18));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
-}
+#include "share/common/StringUtil.h"
 
 namespace
 {
@@ -190,7 +154,7 @@ void ReportText::Text(std::u16string_view text)
     std::replace_if(
         plain.begin(), plain.end(), [](char16_t ch) { return ch == u'\r' || ch == u'\n' || ch == u'\t'; },
         u' ');
-    Emit(ToUtf8(plain));
+    Emit(zul::Utf16ToUtf8(plain));
 }
 
 void ReportText::Emit(std::string_view text)
@@ -224,7 +188,7 @@ void ReportText::ApplyColour()
 
 void ReportText::Tag(std::u16string_view inner)
 {
-    const std::string tag = ToUtf8(inner);
+    const std::string tag = zul::Utf16ToUtf8(inner);
     const bool bClosing = !tag.empty() && tag[0] == '/';
     std::size_t nameEnd = bClosing ? 1 : 0;
     while (nameEnd < tag.size() && std::isalnum(static_cast<unsigned char>(tag[nameEnd])))
@@ -276,7 +240,7 @@ void ReportText::Tag(std::u16string_view inner)
 
 void ReportText::Entity(std::u16string_view entity)
 {
-    const std::string name = ToUtf8(entity);
+    const std::string name = zul::Utf16ToUtf8(entity);
     std::u16string decoded;
     if (name == "amp")
         decoded = u"&";
@@ -325,5 +289,5 @@ void ReportText::Entity(std::u16string_view entity)
         Emit("&" + name + ";");
         return;
     }
-    Emit(ToUtf8(decoded));
+    Emit(zul::Utf16ToUtf8(decoded));
 }

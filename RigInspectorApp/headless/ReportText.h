@@ -4,9 +4,6 @@
 #include <string_view>
 #include <vector>
 
-/// UTF-16 to UTF-8 without any trimming; an unpaired surrogate becomes U+FFFD.
-std::string ToUtf8(std::u16string_view text);
-
 /// A streaming converter: tags are dropped, "<br>" becomes a line break,
 /// entities are decoded, a link shows its address after its text, and the
 /// font colours and bold become ANSI attributes when colour is on. A tag or an

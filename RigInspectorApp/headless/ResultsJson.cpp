@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
-#include "ReportText.h"
 #include "RigInspectorApp/InspectorDlg.h"
+#include "share/common/StringUtil.h"
 
 using nlohmann::ordered_json;
 
@@ -102,7 +102,7 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
         {"download_kb_per_sec", t.downloadKBs},
         {"upload_bytes_per_sec", t.uploadBytesPerSec},
         {"download_bytes_per_sec", t.downloadBytesPerSec},
-        {"failure", t.failure.empty() ? ordered_json(nullptr) : ordered_json(ToUtf8(t.failure))},
+        {"failure", t.failure.empty() ? ordered_json(nullptr) : ordered_json(zul::Utf16ToUtf8(t.failure))},
     };
 
     const UdpResult& u = r.udp;
@@ -122,7 +122,7 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
           {"bad_round_trip", u.badRoundTrip}}},
         {"duplicate_pongs", u.duplicates},
         {"pong_port_bound", u.pongPortBound},
-        {"failure", u.failure.empty() ? ordered_json(nullptr) : ordered_json(ToUtf8(u.failure))},
+        {"failure", u.failure.empty() ? ordered_json(nullptr) : ordered_json(zul::Utf16ToUtf8(u.failure))},
     };
 
     const PortsResult& p = r.ports;
@@ -145,6 +145,6 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
     j["patcher"] = {{"requested", outcome.patcherRequested}, {"started", Optional(outcome.patcherStarted)}};
     ordered_json& diagnostics = j["diagnostics"] = ordered_json::array();
     for (const Diagnostic& d : outcome.diagnostics)
-        diagnostics.push_back({{"code", d.code}, {"message", ToUtf8(d.message)}});
+        diagnostics.push_back({{"code", d.code}, {"message", zul::Utf16ToUtf8(d.message)}});
     return j;
 }
