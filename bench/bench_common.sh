@@ -65,3 +65,54 @@ make_demo_root() {
 find_bin() {
     find "$1" -type f -name "$2" -perm -u+x 2>/dev/null | head -n 1
 }
+
+# need_bin <build dir> <name>: like find_bin, but a program the benchmark
+# cannot do without; missing, it says so and fails (ending the script
+# under set -e).
+need_bin() {
+    _p=$(find_bin "$1" "$2")
+    [ -n "$_p" ] || { echo "$(basename "$0" .sh): build $2 first" >&2; return 1; }
+    echo "$_p"
+}
+
+# need_cmd <command>...: ends the script when a tool is not installed.
+need_cmd() {
+    for _c; do
+        command -v "$_c" >/dev/null || { echo "$(basename "$0" .sh): $_c is not installed" >&2; exit 1; }
+    done
+}
+
+# Shaped-link benchmarks (tc tbf on lo, iperf3 beside our figure). Sets
+# WORK, a clean-up of it, the reference server and iperf3 at exit, and one
+# MSS per packet: with TSO, lo hands tbf 64 KB packets that no sensible
+# queue limit holds, and every one of them is dropped.
+prepare_shaped_lo() {
+    WORK=$(mktemp -d)
+    IPERF_PID=
+    trap cleanup_shaped_lo EXIT
+    ip link set lo mtu 1500 gso_max_segs 1 up
+}
+
+cleanup_shaped_lo() {
+    stop_server
+    [ -n "$IPERF_PID" ] && kill "$IPERF_PID" 2>/dev/null
+    rm -rf "$WORK"
+}
+
+start_iperf() {
+    iperf3 -s -B 127.0.0.1 -p 5201 >"$WORK/iperf.log" 2>&1 &
+    IPERF_PID=$!
+}
+
+# iperf3_kbs <extra args>: the receiver's figure in KB/s (1024 bytes), 0
+# when iperf3 never answered.
+iperf3_kbs() {
+    _n=0
+    while ! timeout 20 iperf3 -c 127.0.0.1 -p 5201 -t 5 -J "$@" >"$WORK/iperf.json" 2>/dev/null; do
+        # The server may still be starting: bounded retries.
+        _n=$((_n + 1))
+        [ "$_n" -lt 5 ] || { echo 0; return; }
+        sleep 0.2
+    done
+    jq '.end.sum_received.bits_per_second / 8 / 1024 * 100 | round / 100' "$WORK/iperf.json"
+}

@@ -19,27 +19,12 @@ SRC=$(cd "$(dirname "$0")/.." && pwd)
 BUILD=${1:-build/release}
 enter_netns "$0" "$@"
 
-SERVER=$(find_bin "$BUILD/tools" rig_test_server)
-PROBE=$(find_bin "$BUILD/bench" bench_extended_probe)
-SPEED=$(find_bin "$BUILD/bench" bench_speed_probe)
-for b in "$SERVER" "$PROBE" "$SPEED"; do
-    [ -n "$b" ] || {
-        echo "extended_accuracy: build rig_test_server bench_extended_probe bench_speed_probe first" >&2
-        exit 1
-    }
-done
-command -v iperf3 >/dev/null || { echo "extended_accuracy: iperf3 is not installed" >&2; exit 1; }
-command -v jq >/dev/null || { echo "extended_accuracy: jq is not installed" >&2; exit 1; }
+SERVER=$(need_bin "$BUILD/tools" rig_test_server)
+PROBE=$(need_bin "$BUILD/bench" bench_extended_probe)
+SPEED=$(need_bin "$BUILD/bench" bench_speed_probe)
+need_cmd iperf3 jq
 
-WORK=$(mktemp -d)
-IPERF_PID=
-cleanup() {
-    stop_server
-    [ -n "$IPERF_PID" ] && kill "$IPERF_PID" 2>/dev/null
-    rm -rf "$WORK"
-}
-trap cleanup EXIT
-ip link set lo mtu 1500 gso_max_segs 1 up
+prepare_shaped_lo
 
 # run <name> [server args...]: one extended step against a fresh server;
 # its figures in $WORK/<name>.
@@ -92,15 +77,9 @@ result extended_accuracy "2 mbit deep queue: grade" "$(kv "$WORK/bloat" grade)" 
 # 20 mbit, a queue of about 50 ms.
 tc qdisc replace dev lo root tbf rate 20mbit burst 4500 limit 125000
 run shaped20
-iperf3 -s -B 127.0.0.1 -p 5201 >"$WORK/iperf.log" 2>&1 &
-IPERF_PID=$!
-sleep 0.3
-iperf_kbs() {
-    timeout 20 iperf3 -c 127.0.0.1 -p 5201 -t 5 -J "$@" >"$WORK/iperf.json" 2>/dev/null || { echo 0; return; }
-    jq '.end.sum_received.bits_per_second / 8 / 1024 * 100 | round / 100' "$WORK/iperf.json"
-}
-idown=$(iperf_kbs -R)
-iup=$(iperf_kbs)
+start_iperf
+idown=$(iperf3_kbs -R)
+iup=$(iperf3_kbs)
 tc qdisc del dev lo root
 down=$(kv "$WORK/shaped20" download_kbs)
 up=$(kv "$WORK/shaped20" upload_kbs)

@@ -25,14 +25,11 @@ BUILD=$(cd "$BUILD" && pwd)
 RUNS=${2:-3}
 enter_netns "$0" "$@"
 
-SERVER=$(find_bin "$BUILD/tools" rig_test_server)
-CLI=$(find_bin "$BUILD/RigInspectorApp" rig_inspector_cli)
+SERVER=$(need_bin "$BUILD/tools" rig_test_server)
+CLI=$(need_bin "$BUILD/RigInspectorApp" rig_inspector_cli)
 DESKTOP=$(find_bin "$BUILD/RigInspectorApp" rig_inspector)
 HARNESS=$(find_bin "$BUILD/bench" bench_desktop_harness)
-METER=$(find_bin "$BUILD/bench" bench_proc_meter)
-for b in "$SERVER" "$CLI" "$METER"; do
-    [ -n "$b" ] || { echo "footprint: build rig_test_server rig_inspector_cli bench_proc_meter first" >&2; exit 1; }
-done
+METER=$(need_bin "$BUILD/bench" bench_proc_meter)
 
 WORK=$(mktemp -d)
 trap 'stop_server; rm -rf "$WORK"' EXIT

@@ -17,9 +17,8 @@ RUNS0=${2:-20}
 RUNS=${3:-8}
 enter_netns "$0" "$@"
 
-SERVER=$(find_bin "$BUILD/tools" rig_test_server)
-RTT=$(find_bin "$BUILD/bench" bench_rtt_fidelity)
-[ -n "$SERVER" ] && [ -n "$RTT" ] || { echo "rtt_fidelity: build rig_test_server bench_rtt_fidelity first" >&2; exit 1; }
+SERVER=$(need_bin "$BUILD/tools" rig_test_server)
+RTT=$(need_bin "$BUILD/bench" bench_rtt_fidelity)
 
 WORK=$(mktemp -d)
 trap 'stop_server; rm -rf "$WORK"' EXIT

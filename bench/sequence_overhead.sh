@@ -25,13 +25,10 @@ BUILD=$(cd "$BUILD" && pwd)
 RUNS=${2:-5}
 enter_netns "$0" "$@"
 
-SERVER=$(find_bin "$BUILD/tools" rig_test_server)
-CLI=$(find_bin "$BUILD/RigInspectorApp" rig_inspector_cli)
-PROBE=$(find_bin "$BUILD/bench" bench_pacing_probe)
-METER=$(find_bin "$BUILD/bench" bench_proc_meter)
-for b in "$SERVER" "$CLI" "$PROBE" "$METER"; do
-    [ -n "$b" ] || { echo "sequence_overhead: build rig_test_server rig_inspector_cli bench_pacing_probe bench_proc_meter first" >&2; exit 1; }
-done
+SERVER=$(need_bin "$BUILD/tools" rig_test_server)
+CLI=$(need_bin "$BUILD/RigInspectorApp" rig_inspector_cli)
+PROBE=$(need_bin "$BUILD/bench" bench_pacing_probe)
+METER=$(need_bin "$BUILD/bench" bench_proc_meter)
 
 WORK=$(mktemp -d)
 trap 'stop_server; rm -rf "$WORK"' EXIT

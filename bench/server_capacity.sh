@@ -23,11 +23,8 @@ BUILD=${1:-build/release}
 COUNTS=${RIG_BENCH_CLIENTS:-1 10 100 500}
 enter_netns "$0" "$@"
 
-SERVER=$(find_bin "$BUILD/tools" rig_test_server)
-LOAD=$(find_bin "$BUILD/bench" bench_load_client)
-for b in "$SERVER" "$LOAD"; do
-    [ -n "$b" ] || { echo "server_capacity: build rig_test_server bench_load_client first" >&2; exit 1; }
-done
+SERVER=$(need_bin "$BUILD/tools" rig_test_server)
+LOAD=$(need_bin "$BUILD/bench" bench_load_client)
 
 WORK=$(mktemp -d)
 trap 'stop_server; rm -rf "$WORK"' EXIT

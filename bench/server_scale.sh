@@ -22,11 +22,8 @@ BUILD=${1:-build/release}
 N=${RIG_BENCH_SCALE:-10000}
 enter_netns "$0" "$@"
 
-SERVER=$(find_bin "$BUILD/tools" rig_test_server)
-LOAD=$(find_bin "$BUILD/bench" bench_load_client)
-for b in "$SERVER" "$LOAD"; do
-    [ -n "$b" ] || { echo "server_scale: build rig_test_server bench_load_client first" >&2; exit 1; }
-done
+SERVER=$(need_bin "$BUILD/tools" rig_test_server)
+LOAD=$(need_bin "$BUILD/bench" bench_load_client)
 WORK=$(mktemp -d)
 trap 'stop_server; rm -rf "$WORK"' EXIT
 

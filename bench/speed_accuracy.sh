@@ -21,26 +21,11 @@ RUNS=${2:-3}
 RATES=${RIG_BENCH_RATES:-64 256 768}
 enter_netns "$0" "$@"
 
-SERVER=$(find_bin "$BUILD/tools" rig_test_server)
-PROBE=$(find_bin "$BUILD/bench" bench_speed_probe)
-for b in "$SERVER" "$PROBE"; do
-    [ -n "$b" ] || { echo "speed_accuracy: build rig_test_server bench_speed_probe first" >&2; exit 1; }
-done
-command -v iperf3 >/dev/null || { echo "speed_accuracy: iperf3 is not installed" >&2; exit 1; }
-command -v jq >/dev/null || { echo "speed_accuracy: jq is not installed" >&2; exit 1; }
+SERVER=$(need_bin "$BUILD/tools" rig_test_server)
+PROBE=$(need_bin "$BUILD/bench" bench_speed_probe)
+need_cmd iperf3 jq
 
-WORK=$(mktemp -d)
-IPERF_PID=
-cleanup() {
-    stop_server
-    [ -n "$IPERF_PID" ] && kill "$IPERF_PID" 2>/dev/null
-    rm -rf "$WORK"
-}
-trap cleanup EXIT
-
-# One MSS per packet: with TSO, lo hands tbf 64 KB packets that no sensible
-# queue limit holds, and every one of them is dropped.
-ip link set lo mtu 1500 gso_max_segs 1 up
+prepare_shaped_lo
 
 echo "== speed-test accuracy (load average: $(cut -d' ' -f1-3 /proc/loadavg))"
 # The real sleep varies with the machine's load: the middle of three.
@@ -56,24 +41,11 @@ printf 'pacing ceiling: 1024 B / (sleep %s ms + send %s ms) = %s KB/s (middle of
 result speed_accuracy "pacing ceiling (KB/s)" "$CEILING" - -
 
 start_server "$SERVER" "$WORK" --rate-limit 0
-iperf3 -s -B 127.0.0.1 -p 5201 >"$WORK/iperf.log" 2>&1 &
-IPERF_PID=$!
+start_iperf
 
 # median <file>: the median line of a file of numbers.
 median() {
     sort -n "$1" | awk '{ v[NR] = $1 } END { if (NR) print v[int((NR + 1) / 2)]; else print 0 }'
-}
-
-# iperf3_kbs <extra args>: the receiver's figure in KB/s (1024 bytes).
-iperf3_kbs() {
-    n=0
-    while ! timeout 20 iperf3 -c 127.0.0.1 -p 5201 -t 5 -J "$@" >"$WORK/iperf.json" 2>/dev/null; do
-        # The server may still be starting: bounded retries.
-        n=$((n + 1))
-        [ "$n" -lt 5 ] || { echo 0; return; }
-        sleep 0.2
-    done
-    jq '.end.sum_received.bits_per_second / 8 / 1024 * 100 | round / 100' "$WORK/iperf.json"
 }
 
 # within <measured> <rate>: yes when measured is within 10 % of rate.

@@ -19,12 +19,9 @@ SRC=$(cd "$(dirname "$0")/.." && pwd)
 BUILD=${1:-build/release}
 enter_netns "$0" "$@"
 
-SERVER=$(find_bin "$BUILD/tools" rig_test_server)
-LOAD=$(find_bin "$BUILD/bench" bench_load_client)
-ECHO=$(find_bin "$BUILD/bench" bench_echo_loop)
-for b in "$SERVER" "$LOAD" "$ECHO"; do
-    [ -n "$b" ] || { echo "udp_efficiency: build rig_test_server bench_load_client bench_echo_loop first" >&2; exit 1; }
-done
+SERVER=$(need_bin "$BUILD/tools" rig_test_server)
+LOAD=$(need_bin "$BUILD/bench" bench_load_client)
+ECHO=$(need_bin "$BUILD/bench" bench_echo_loop)
 WORK=$(mktemp -d)
 PID=
 trap '[ -n "$PID" ] && kill "$PID" 2>/dev/null; rm -rf "$WORK"' EXIT

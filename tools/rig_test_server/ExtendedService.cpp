@@ -1,5 +1,7 @@
 #include "ExtendedService.h"
 
+#include "Listening.h"
+
 #include <asio/read.hpp>
 #include <asio/steady_timer.hpp>
 #include <asio/write.hpp>
@@ -169,15 +171,8 @@ std::error_code ExtendedService::Listen(const asio::ip::address_v4& address, std
         m_InboundSocket.bind({address, 0}, ec);
     if (!ec)
         m_InboundSocket.non_blocking(true, ec);
-    const asio::ip::tcp::endpoint tcpEnd(address, LocalPort());
     if (!ec)
-        m_Acceptor.open(tcpEnd.protocol(), ec);
-    if (!ec)
-        m_Acceptor.set_option(asio::socket_base::reuse_address(true), ec);
-    if (!ec)
-        m_Acceptor.bind(tcpEnd, ec);
-    if (!ec)
-        m_Acceptor.listen(asio::socket_base::max_listen_connections, ec);
+        ec = OpenListening(m_Acceptor, {address, LocalPort()});
     if (ec)
     {
         std::error_code ignored;

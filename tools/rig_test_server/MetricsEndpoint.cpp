@@ -1,5 +1,7 @@
 #include "MetricsEndpoint.h"
 
+#include "Listening.h"
+
 #include <array>
 #include <asio/steady_timer.hpp>
 #include <asio/write.hpp>
@@ -93,20 +95,8 @@ MetricsEndpoint::MetricsEndpoint(asio::io_context& io, const ServerMetrics& metr
 
 std::error_code MetricsEndpoint::Listen(const asio::ip::tcp::endpoint& endpoint)
 {
-    std::error_code ec;
-    m_Acceptor.open(endpoint.protocol(), ec);
-    if (!ec)
-        m_Acceptor.set_option(asio::socket_base::reuse_address(true), ec);
-    if (!ec)
-        m_Acceptor.bind(endpoint, ec);
-    if (!ec)
-        m_Acceptor.listen(asio::socket_base::max_listen_connections, ec);
-    if (ec)
-    {
-        std::error_code ignored;
-        m_Acceptor.close(ignored);
+    if (const std::error_code ec = OpenListening(m_Acceptor, endpoint))
         return ec;
-    }
     Accept();
     return {};
 }

@@ -1,5 +1,7 @@
 #include "TcpSpeedService.h"
 
+#include "Listening.h"
+
 #include <algorithm>
 #include <array>
 #include <asio/post.hpp>
@@ -328,24 +330,11 @@ TcpSpeedService::~TcpSpeedService() = default;
 
 std::error_code TcpSpeedService::Listen(const asio::ip::tcp::endpoint& endpoint)
 {
-    std::error_code ec;
-    m_Acceptor.open(endpoint.protocol(), ec);
-    if (!ec)
-        m_Acceptor.set_option(asio::socket_base::reuse_address(true), ec);
-    // Accepted sockets inherit the buffer size, and it must be set before
-    // listen() for the advertised window to be small from the first segment.
-    if (!ec && m_Options.m_StopReadingAfter > 0)
-        m_Acceptor.set_option(asio::socket_base::receive_buffer_size(kStalledReceiveBuffer), ec);
-    if (!ec)
-        m_Acceptor.bind(endpoint, ec);
-    if (!ec)
-        m_Acceptor.listen(asio::socket_base::max_listen_connections, ec);
-    if (ec)
-    {
-        std::error_code ignored;
-        m_Acceptor.close(ignored);
+    // Accepted sockets inherit the small buffer of a server that stops
+    // reading, so that their window is small from the first segment.
+    if (const std::error_code ec =
+            OpenListening(m_Acceptor, endpoint, m_Options.m_StopReadingAfter > 0 ? kStalledReceiveBuffer : 0))
         return ec;
-    }
     Accept();
     return {};
 }
