@@ -23,17 +23,6 @@ namespace e2e
 // two phases at their 10 s limit) takes about 35 s.
 constexpr int kRunLimitSeconds = 120;
 
-const std::string kTcpIncomplete =
-    "<br><font color=red>We could not finish the speed test completely.</font>";
-const std::string kTcpFailedStart = "<br><font color=red>Internet connection speed test failed.";
-const std::string kUdpFailed =
-    "<br><font color=red>UDP test failed. UDP ports for the game may be blocked.</font>";
-const std::string kTcpConnected =
-    "<br>Checking Internet Speed Test(127.0.0.1:9999)...<br>\tconnected to server";
-const std::string kUdpAllAnswered =
-    "<br>Checking UDP(127.0.0.1:9998)...<br>\t    send :  10 packets<br>\treceived :  10 packets"
-    "<font color=blue><br>\t    loss :   0 packets (0%)</font>";
-
 inline std::string ReadFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
@@ -57,13 +46,6 @@ struct CliRun
     nlohmann::json json;
 
     bool Has(const std::string& text) const { return report.find(text) != std::string::npos; }
-    /// The KB/Sec figure of "<br>\t<what> Speed : %5.2f KB/Sec", or -1.
-    double Rate(const std::string& what) const
-    {
-        const std::string key = "<br>\t" + what + " Speed : ";
-        const auto at = report.find(key);
-        return at == std::string::npos ? -1.0 : std::atof(report.c_str() + at + key.size());
-    }
 };
 
 class CliTest : public ::testing::Test
