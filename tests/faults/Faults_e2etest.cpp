@@ -100,11 +100,11 @@ TEST_F(FaultsTest, ThousandIdleConnectionsDoNotStopRealTests)
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
     limit.rlim_cur = std::max(limit.rlim_cur, std::min<rlim_t>(1100, limit.rlim_max));
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
-    std::vector<testnet::Fd> idle;
+    std::vector<testnet::Tcp> idle;
     for (int i = 0; i < 1000; ++i)
     {
         idle.push_back(testnet::ConnectTcp(9999));
-        ASSERT_GE(idle.back().Get(), 0) << i;
+        ASSERT_TRUE(idle.back()->IsConnected()) << i;
     }
     const e2e::CliRun run = Run();
     idle.clear();
