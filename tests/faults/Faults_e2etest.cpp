@@ -128,11 +128,11 @@ TEST_F(FaultsTest, BrokenSettingsFilesGiveTheDefaults)
     {
         for (int i = 0; i < nJunk; ++i)
             settings.push_back(static_cast<char>(random()));
-        e2e::WriteFile(m_Dir + "/rig_inspector.ini", settings);
+        TempDir::Write(m_Dir + "/rig_inspector.ini", settings);
         const e2e::CliRun run = Run();
         ExpectFinished(run);
         ExpectNetworkPassed(run);
-        EXPECT_TRUE(e2e::ReadFile(m_Dir + "/rig_inspector.ini") == settings);
+        EXPECT_TRUE(TempDir::Read(m_Dir + "/rig_inspector.ini") == settings);
         const nlohmann::json tooLarge = {
             {{"code", "settings_file_unreadable"},
              {"message",
@@ -146,7 +146,7 @@ TEST_F(FaultsTest, BrokenSettingsFilesGiveTheDefaults)
 // warnings on standard error; the report itself stays as it always was.
 TEST_F(FaultsTest, SettingsThatCannotWorkAreDiagnosed)
 {
-    e2e::WriteFile(
+    TempDir::Write(
         m_Dir + "/rig_inspector.ini",
         "[tcp]\nhost=localhost\nport=70000\n[udp]\nhost=\ncheck_port_min=20010\ncheck_port_max=20000\n");
     const e2e::CliRun run = Run();
@@ -174,7 +174,7 @@ TEST_F(FaultsTest, OptionsFolderThatCannotTakeTheFileKeepsTheOldOne)
     StartServer();
     const std::string kOld =
         "[video]\r\nshadow=" + std::string(40, '0') + "\r\naudience=0\r\n\r\n[audio]\r\nvolume=7\r\n";
-    e2e::WriteFile(m_Root + "/old.ini", kOld);
+    TempDir::Write(m_Root + "/old.ini", kOld);
     const struct
     {
         const char* name;
@@ -210,12 +210,12 @@ TEST_F(FaultsTest, OptionsFolderThatCannotTakeTheFileKeepsTheOldOne)
         EXPECT_EQ(run.json["options_written"], bWritable);
         const auto& rec = run.json["recommendation"];
         const auto value = [&](const char* key) { return std::to_string(rec[key].get<int>()); };
-        EXPECT_EQ(e2e::ReadFile(m_Root + "/after.ini"),
+        EXPECT_EQ(TempDir::Read(m_Root + "/after.ini"),
                   bWritable ? "[video]\r\nshadow=" + value("shadow") + "\r\naudience=" + value("audience") +
                                   "\r\nevent_screen=" + value("event_screen") +
                                   "\r\nchar_lod=" + value("char_lod") + "\r\n\r\n[audio]\r\nvolume=7\r\n"
                             : c.option);
-        EXPECT_EQ(e2e::ReadFile(m_Root + "/listing.txt"), c.listing);
+        EXPECT_EQ(TempDir::Read(m_Root + "/listing.txt"), c.listing);
         std::filesystem::create_directories(m_Game);
     }
 }
