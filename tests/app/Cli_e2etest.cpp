@@ -17,7 +17,7 @@ protected:
         e2e::CliTest::SetUp();
         // Minimums no machine meets (memory and video compare unsigned, so -1
         // is the largest), so the verdicts do not depend on this machine.
-        e2e::WriteFile(m_Dir + "/rig_inspector.ini",
+        TempDir::Write(m_Dir + "/rig_inspector.ini",
                        "[system]\nmin_system_memory=-1\nmin_video_memory=-1\nmin_cpu_speed=2147483647\n");
     }
 };
@@ -41,7 +41,6 @@ TEST_F(CliTest, RunsTheSequenceAndWritesReportAndJson)
         run.report.find("<br><br>Starting Network Test.<br>It can take over 30secs. Please wait...");
     EXPECT_NE(notice, std::string::npos);
     EXPECT_LT(run.report.find("Connecting to Firewall Manager..."), notice);
-    EXPECT_TRUE(run.Has("<br><font color=red>\tnot connected to server</font>"));
     EXPECT_TRUE(run.report.ends_with("<br></font></body></html>")) << run.report;
 
     const nlohmann::json& checks = run.json["checks"];
@@ -68,7 +67,7 @@ TEST_F(CliTest, AcceptWritesTheRecommendedOptionsAndPatcherIsStartedOnLeaving)
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const int fd = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
     ASSERT_GE(fd, 0);
-    e2e::WriteFile(m_Dir + "/patcher.exe", "#!/bin/sh\necho patched > started\n");
+    TempDir::Write(m_Dir + "/patcher.exe", "#!/bin/sh\necho patched > started\n");
     chmod((m_Dir + "/patcher.exe").c_str(), 0755);
 
     const e2e::CliRun run = Run("--accept --patcher --quiet --json result.json");
@@ -80,7 +79,7 @@ TEST_F(CliTest, AcceptWritesTheRecommendedOptionsAndPatcherIsStartedOnLeaving)
     std::ostringstream expected;
     expected << "[video]\nshadow=" << rec["shadow"] << "\naudience=" << rec["audience"]
              << "\nevent_screen=" << rec["event_screen"] << "\nchar_lod=" << rec["char_lod"] << "\n";
-    std::string written = e2e::ReadFile(m_Game + "/option.ini");
+    std::string written = TempDir::Read(m_Game + "/option.ini");
     std::erase(written, '\r'); // the line ends are the writer's business
     EXPECT_EQ(written, expected.str());
 

@@ -1,6 +1,6 @@
 // The network checks where they meet the system: ports held and a datagram
-// socket that cannot be made, in a network namespace of their own. The report
-// for each server behaviour is checked end to end.
+// socket that cannot be made, in a network namespace of their own. What each
+// server behaviour measures is checked end to end.
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
@@ -78,6 +78,7 @@ TEST_F(NetworkChecksTest, UdpSocketThatCannotBeMadeFailsTheCheck)
 
     const auto& f = m_Sink.Fragments();
     ASSERT_EQ(f.size(), 7u);
+    EXPECT_EQ(f[0], u"<br>Checking UDP(127.0.0.1:9998)...");
     EXPECT_EQ(f[1], u"<br>\t    send :   0 packets");
     EXPECT_FALSE(g_inspector.m_Results.udp.passed);
     const auto diagnostics = GetDiagnostics().List();
@@ -129,8 +130,7 @@ TEST_F(NetworkChecksTest, PortCheckOfTheWidestRangeEndsAfterEveryPortOnce)
 }
 
 // Tens of thousands of ports give the report's text in far fewer fragments
-// than marks, each within the report's fragment limit. A short range's exact
-// line is checked end to end.
+// than marks, each within the report's fragment limit.
 TEST_F(NetworkChecksTest, PortCheckMarksAndListsHeldPortsInFewFragments)
 {
     const testnet::Fd a = testnet::BindUdp("0.0.0.0", 30000);

@@ -9,43 +9,18 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
 
 #include <nlohmann/json.hpp>
 
 #include "tests/server/ServerProcess.h"
+#include "tests/settings/TempDir.h"
 
 namespace e2e
 {
 // Bounds one run of the whole sequence; the slowest (nothing answering, or
 // two phases at their 10 s limit) takes about 35 s.
 constexpr int kRunLimitSeconds = 120;
-
-const std::string kTcpIncomplete =
-    "<br><font color=red>We could not finish the speed test completely.</font>";
-const std::string kTcpFailedStart = "<br><font color=red>Internet connection speed test failed.";
-const std::string kUdpFailed =
-    "<br><font color=red>UDP test failed. UDP ports for the game may be blocked.</font>";
-const std::string kTcpConnected =
-    "<br>Checking Internet Speed Test(127.0.0.1:9999)...<br>\tconnected to server";
-const std::string kUdpAllAnswered =
-    "<br>Checking UDP(127.0.0.1:9998)...<br>\t    send :  10 packets<br>\treceived :  10 packets"
-    "<font color=blue><br>\t    loss :   0 packets (0%)</font>";
-
-inline std::string ReadFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-inline void WriteFile(const std::string& path, const std::string& content)
-{
-    std::ofstream(path, std::ios::binary) << content;
-}
 
 /// What the network scenarios run with: the report and JSON to files, nothing live.
 const std::string kReportArgs = "--quiet --report report.html --json result.json";
@@ -57,13 +32,6 @@ struct CliRun
     nlohmann::json json;
 
     bool Has(const std::string& text) const { return report.find(text) != std::string::npos; }
-    /// The KB/Sec figure of "<br>\t<what> Speed : %5.2f KB/Sec", or -1.
-    double Rate(const std::string& what) const
-    {
-        const std::string key = "<br>\t" + what + " Speed : ";
-        const auto at = report.find(key);
-        return at == std::string::npos ? -1.0 : std::atof(report.c_str() + at + key.size());
-    }
 };
 
 class CliTest : public ::testing::Test
@@ -71,18 +39,8 @@ class CliTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        char pattern[] = "/tmp/rig_e2e_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        m_Root = pattern;
-        m_Dir = m_Root + "/patcher";
-        m_Game = m_Root + "/game";
         std::filesystem::create_directories(m_Dir);
         std::filesystem::create_directories(m_Game);
-    }
-    void TearDown() override
-    {
-        m_Server.reset();
-        std::filesystem::remove_all(m_Root);
     }
 
     void StartServer(std::vector<std::string> args = {})
@@ -103,26 +61,27 @@ protected:
         for (const char* old : {"/patcher/report.html", "/patcher/result.json", "/out.txt", "/err.txt"})
             std::filesystem::remove(m_Root + old);
         const std::string script = m_Root + "/run.sh";
-        WriteFile(script, "cd '" + m_Root + "' || exit 99\n" + prelude +
-                              "\ncd patcher || exit 99\ntimeout -k 5 " + std::to_string(kRunLimitSeconds) +
-                              " '" RIG_CLI_PATH "' " + args +
-                              " > ../out.txt 2> ../err.txt < /dev/null\nstatus=$?\ncd .. || exit 99\n" +
-                              postlude + "\nexit $status\n");
+        TempDir::Write(script, "cd '" + m_Root + "' || exit 99\n" + prelude +
+                                   "\ncd patcher || exit 99\ntimeout -k 5 " +
+                                   std::to_string(kRunLimitSeconds) + " '" RIG_CLI_PATH "' " + args +
+                                   " > ../out.txt 2> ../err.txt < /dev/null\nstatus=$?\ncd .. || exit 99\n" +
+                                   postlude + "\nexit $status\n");
         const int raw = std::system(
             ((bPrivateMounts ? "unshare --mount --propagation private sh '" : "sh '") + script + "'")
                 .c_str());
         CliRun run;
         run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-        run.out = ReadFile(m_Root + "/out.txt");
-        run.report = ReadFile(m_Dir + "/report.html");
-        run.err = ReadFile(m_Root + "/err.txt");
-        const std::string json = ReadFile(m_Dir + "/result.json");
+        run.out = TempDir::Read(m_Root + "/out.txt");
+        run.report = TempDir::Read(m_Dir + "/report.html");
+        run.err = TempDir::Read(m_Root + "/err.txt");
+        const std::string json = TempDir::Read(m_Dir + "/result.json");
         if (!json.empty())
             run.json = nlohmann::json::parse(json, nullptr, false);
         return run;
     }
 
-    std::string m_Root, m_Dir, m_Game;
-    std::unique_ptr<ServerProcess> m_Server;
+    TempDir m_Temp;
+    std::string m_Root = m_Temp.Path(), m_Dir = m_Root + "/patcher", m_Game = m_Root + "/game";
+    std::unique_ptr<ServerProcess> m_Server; // stopped before its folder goes
 };
 } // namespace e2e

@@ -43,7 +43,7 @@ same_twice() {
 }
 wait_for 50 same_twice || { echo "window kept changing"; exit 1; }
 # Kept as X's own dump: a PNG conversion would need a tool the set-up does
-# not install (the offscreen PNGs come from Qt's grab in TestScreenshots).
+# not install (rig_xwd_to_png, a dev build tool, converts it by hand).
 cp "$WORK/b.xwd" "$OUT/inspector_dialog_xvfb.xwd"
 
 # Leave through "Cancel": a click at the centre of the button (183,268

@@ -20,10 +20,10 @@ constexpr std::size_t kExchange = 524288;
 /// Upload then download, as the client does; the bytes downloaded.
 std::optional<std::uint64_t> RunExchange(std::size_t upload = kExchange)
 {
-    Fd fd = ConnectTcp(kTcpPort);
-    if (fd.Get() < 0 || !SendBytes(fd, upload))
+    const Tcp socket = ConnectTcp(kTcpPort);
+    if (!socket->IsConnected() || !SendBytes(socket, upload))
         return std::nullopt;
-    return ReceiveUntilClosed(fd);
+    return ReceiveUntilClosed(socket);
 }
 
 /// The server's log line for the finished test, which must hold every part.
@@ -51,16 +51,16 @@ TEST(TcpSpeedService, TrickledUploadGetsItsDownloadAtTheUploadLimit)
     // Never silent, never complete: only the client's time limit can start it.
     ServerProcess server({"--upload-limit-ms", "500", "--upload-silence-ms", "60000"});
     ASSERT_TRUE(server.WaitUntilReady()) << server.GetStderr();
-    Fd fd = ConnectTcp(kTcpPort);
+    const Tcp fd = ConnectTcp(kTcpPort);
     bool bDownloading = false;
     for (int i = 0; i < 200 && !bDownloading; ++i)
     {
         ASSERT_TRUE(SendBytes(fd, 1024));
-        bDownloading = WaitReadable(fd, Millis(50));
+        bDownloading = fd->WaitReadable(50) == 1;
     }
     ASSERT_TRUE(bDownloading);
     EXPECT_EQ(ReceiveUntilClosed(fd), kExchange);
-    fd.Reset();
+    fd->Close();
     ExpectLogLine(server, "end=", {"start=limit end=completed"});
 }
 
@@ -69,7 +69,7 @@ TEST(TcpSpeedService, ServesManyClientsWhileOneStalls)
     // A server serving one client at a time would wait on the stalled one.
     ServerProcess server({"--upload-silence-ms", "60000", "--max-per-source", "64"});
     ASSERT_TRUE(server.WaitUntilReady()) << server.GetStderr();
-    Fd stalled = ConnectTcp(kTcpPort);
+    const Tcp stalled = ConnectTcp(kTcpPort);
     ASSERT_TRUE(SendBytes(stalled, kExchange / 2));
     constexpr int kClients = 50;
     std::atomic<int> served{0};
@@ -87,9 +87,9 @@ TEST(TcpSpeedService, VanishedClientIsReleasedAfterTheIdleTimeout)
         {"--max-connections", "1", "--idle-timeout-ms", "1000", "--upload-silence-ms", "100"});
     ASSERT_TRUE(server.WaitUntilReady()) << server.GetStderr();
     // Sends a little, then neither reads nor closes.
-    Fd vanished = ConnectTcp(kTcpPort);
+    const Tcp vanished = ConnectTcp(kTcpPort);
     ASSERT_TRUE(SendBytes(vanished, 10000));
-    Fd refused = ConnectTcp(kTcpPort);
+    const Tcp refused = ConnectTcp(kTcpPort);
     EXPECT_EQ(ReceiveUntilClosed(refused), 0u);
     EXPECT_TRUE(server.WaitForLine("end=refused-full"));
     ExpectLogLine(server, "end=idle-timeout", {"up=10000"});
@@ -100,10 +100,10 @@ TEST(TcpSpeedService, SigtermEndsOpenTestsAndExitsZero)
 {
     ServerProcess server({"--upload-silence-ms", "100"});
     ASSERT_TRUE(server.WaitUntilReady()) << server.GetStderr();
-    Fd open = ConnectTcp(kTcpPort);
+    const Tcp open = ConnectTcp(kTcpPort);
     ASSERT_TRUE(SendBytes(open, 1000));
     // Download data proves the server holds the session when the signal comes.
-    ASSERT_TRUE(WaitReadable(open, Millis(5000)));
+    ASSERT_EQ(open->WaitReadable(5000), 1);
     server.Signal(SIGTERM);
     EXPECT_EQ(server.WaitForExit(), 0) << server.GetStderr();
     EXPECT_TRUE(server.WaitForLine("end=server-stopped"));
@@ -123,7 +123,7 @@ TEST(TcpSpeedService, SixHundredSlowConnectionsFromOneHostLeaveAnotherItsTest)
     {
         ServerProcess server(args);
         ASSERT_TRUE(server.WaitUntilReady()) << server.GetStderr();
-        std::vector<Fd> flood;
+        std::vector<Tcp> flood;
         for (int i = 0; i < 600; ++i)
         {
             flood.push_back(ConnectTcp(kTcpPort));
@@ -134,7 +134,7 @@ TEST(TcpSpeedService, SixHundredSlowConnectionsFromOneHostLeaveAnotherItsTest)
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (received != kExchange && std::chrono::steady_clock::now() < deadline)
         {
-            Fd fd = ConnectTcp(kTcpPort, 0, "127.0.0.2");
+            const Tcp fd = ConnectTcp(kTcpPort, u"127.0.0.2");
             received = SendBytes(fd, kExchange, Millis(2000)) ? ReceiveUntilClosed(fd) : std::nullopt;
             if (received != kExchange) // a pause that reads the server's log, lest its pipe fill
                 server.WaitForLine("\n", Millis(100));

@@ -1,11 +1,12 @@
 #pragma once
-// Plain POSIX sockets for talking to the server the way a client would, and
-// for holding or flooding its ports. Every wait is bounded; a failure comes
-// back as a value, never as a hang.
+// Sockets for talking to the server the way a client would, and for holding
+// or flooding its ports: TCP through the product's own socket, UDP plain, as
+// junk and short datagrams must go out as they are. Every wait is bounded; a
+// failure comes back as a value, never as a hang.
 #include <arpa/inet.h>
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <netinet/in.h>
 #include <optional>
 #include <poll.h>
@@ -14,6 +15,8 @@
 #include <unistd.h>
 #include <utility>
 #include <vector>
+
+#include "share/socket/MSocket.h"
 
 namespace testnet
 {
@@ -51,64 +54,49 @@ inline sockaddr_in Address(const std::string& text, std::uint16_t port)
     return address;
 }
 
-inline bool WaitFor(const Fd& fd, short events, Millis timeout)
-{
-    pollfd p{fd.Get(), events, 0};
-    return ::poll(&p, 1, static_cast<int>(timeout.count())) == 1;
-}
 inline bool WaitReadable(const Fd& fd, Millis timeout)
 {
-    return WaitFor(fd, POLLIN, timeout);
+    pollfd p{fd.Get(), POLLIN, 0};
+    return ::poll(&p, 1, static_cast<int>(timeout.count())) == 1;
 }
 
-/// A TCP connection to 127.0.0.1:port. sendBuffer other than 0 fixes the
-/// send buffer's size; source, when given, is the loopback address it comes from.
-inline Fd ConnectTcp(std::uint16_t port, int sendBuffer = 0, const char* source = nullptr)
+/// The product's own TCP socket, as the checker uses it.
+using Tcp = std::unique_ptr<zul::socket::MSocket>;
+
+/// A connection to 127.0.0.1:port, from the loopback address source when
+/// given; IsConnected() tells whether it was made.
+inline Tcp ConnectTcp(std::uint16_t port, const char16_t* source = nullptr)
 {
-    Fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (sendBuffer > 0)
-        ::setsockopt(fd.Get(), SOL_SOCKET, SO_SNDBUF, &sendBuffer, sizeof sendBuffer);
-    const sockaddr_in local = Address(source ? source : "0.0.0.0", 0);
-    if (source && ::bind(fd.Get(), reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0)
-        return Fd();
-    const sockaddr_in to = Address("127.0.0.1", port);
-    return ::connect(fd.Get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0 ? std::move(fd) : Fd();
+    auto socket = std::make_unique<zul::socket::MSocket>(0, true);
+    if (!(source && !socket->Bind(source, 0)))
+        socket->Connect(u"127.0.0.1", port, 5000);
+    return socket;
 }
 
 /// Sends n bytes; false when the connection failed or stalled for timeout.
-inline bool SendBytes(const Fd& fd, std::size_t n, Millis timeout = Millis(10000))
+inline bool SendBytes(const Tcp& socket, std::size_t n, Millis timeout = Millis(10000))
 {
-    static const std::vector<char> zeros(65536);
-    while (n > 0)
-    {
-        if (!WaitFor(fd, POLLOUT, timeout))
-            return false;
-        const ssize_t sent =
-            ::send(fd.Get(), zeros.data(), std::min(n, zeros.size()), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (sent < 0 && errno != EAGAIN)
-            return false;
-        n -= static_cast<std::size_t>(std::max<ssize_t>(sent, 0));
-    }
-    return true;
+    const std::vector<char> zeros(n);
+    return socket->SendBlock(zeros.data(), static_cast<int>(n), static_cast<std::uint32_t>(timeout.count()),
+                             nullptr) == zul::socket::MSocket::SendStatus::Sent;
 }
 
 /// Reads until the peer closes; the byte count, or nothing on a time-out.
-inline std::optional<std::uint64_t> ReceiveUntilClosed(const Fd& fd, Millis timeout = Millis(20000))
+inline std::optional<std::uint64_t> ReceiveUntilClosed(const Tcp& socket, Millis timeout = Millis(20000))
 {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     std::uint64_t total = 0;
-    char buffer[65536];
+    std::vector<char> buffer(65536);
+    socket->SetLastError(0);
     for (;;)
     {
         const auto left = std::chrono::duration_cast<Millis>(deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0 || !WaitReadable(fd, left))
+        if (left.count() <= 0 || socket->WaitReadable(static_cast<std::uint32_t>(left.count())) != 1)
             return std::nullopt;
-        const ssize_t n = ::recv(fd.Get(), buffer, sizeof buffer, MSG_DONTWAIT);
-        if (n == 0)
-            return total;
-        if (n < 0 && errno != EAGAIN)
-            return std::nullopt;
-        total += static_cast<std::uint64_t>(std::max<ssize_t>(n, 0));
+        const int n = socket->Receive(buffer.data(), static_cast<int>(buffer.size()), 0);
+        if (n < 0) // the peer's close records nothing
+            return socket->GetLastError() == 0 ? std::optional<std::uint64_t>(total) : std::nullopt;
+        total += static_cast<std::uint64_t>(n);
     }
 }
 
@@ -142,18 +130,15 @@ inline std::optional<Bytes> ReceiveDatagram(const Fd& fd, Millis timeout = Milli
 /// The body of an HTTP GET of path from 127.0.0.1:port; empty on failure.
 inline std::string HttpGet(std::uint16_t port, const std::string& path)
 {
-    Fd fd = ConnectTcp(port);
+    const Tcp socket = ConnectTcp(port);
     const std::string request = "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
-    if (fd.Get() < 0 || ::send(fd.Get(), request.data(), request.size(), MSG_NOSIGNAL) < 0)
-        return {};
     std::string response;
     char buffer[4096];
-    while (WaitReadable(fd, Millis(5000)))
+    int n = socket->Send(request.data(), static_cast<int>(request.size()), 0) > 0 ? 1 : -1;
+    while (n > 0 && socket->WaitReadable(5000) == 1)
     {
-        const ssize_t n = ::recv(fd.Get(), buffer, sizeof buffer, 0);
-        if (n <= 0)
-            break;
-        response.append(buffer, static_cast<std::size_t>(n));
+        n = socket->Receive(buffer, sizeof buffer, 0);
+        response.append(buffer, static_cast<std::size_t>(std::max(n, 0)));
     }
     const auto body = response.find("\r\n\r\n");
     return body == std::string::npos ? std::string() : response.substr(body + 4);
