@@ -44,8 +44,15 @@ done
 wine reg query "$KEY" /v UninstallString >/dev/null 2>&1 || { echo "no uninstall entry"; exit 1; }
 
 wine 'C:\RigInspectorTest\patcher\uninstall_rig_inspector.exe' /S
-# The uninstaller runs from a copy of itself and returns at once.
-WINEPREFIX=$PREFIX wineserver -w
+# The uninstaller runs on from a copy of itself after this call returns, and
+# the prefix's wineserver stays up for other tests: wait for its work to be
+# done, at most 60 s.
+uninstalled() { [ ! -e "$ROOT" ] && [ ! -e "$LINK" ] && ! wine reg query "$KEY" >/dev/null 2>&1; }
+n=0
+until uninstalled || [ "$n" -ge 120 ]; do
+    sleep 0.5
+    n=$((n + 1))
+done
 [ ! -e "$ROOT" ] || { echo "left behind:"; find "$ROOT"; exit 1; }
 [ ! -e "$LINK" ] || { echo "Start menu folder left behind"; exit 1; }
 ! wine reg query "$KEY" >/dev/null 2>&1 || { echo "uninstall entry left behind"; exit 1; }
