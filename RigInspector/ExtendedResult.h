@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "PathReport.h"
+
 struct LatencyFigures
 {
     std::optional<double> p50, p90, min; // milliseconds; nothing without samples
@@ -37,6 +39,8 @@ struct ExtendedResult
 
     std::uint16_t gamePort = 0;
     std::optional<bool> inboundReached; // nothing: the game port was busy here
+
+    std::optional<PathReport> path; // nothing: the path was not traced
 };
 
 /// Bufferbloat grade of a latency increase under load, in the common bands
