@@ -11,14 +11,14 @@
 #include <CLI/CLI.hpp>
 
 #include "ConsoleIo.h"
-#include "ExtendedOutput.h"
 #include "HeadlessToolkit.h"
 #include "ReportText.h"
-#include "ResultsJson.h"
 #include "RigInspector/Diagnostics.h"
+#include "RigInspectorApp/ExtendedOutput.h"
 #include "RigInspectorApp/ExtendedStep.h"
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
+#include "RigInspectorApp/ResultsJson.h"
 #include "TerminalOutput.h"
 #include "share/common/StringUtil.h"
 

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "RigInspectorApp/headless/ReportText.h"
-#include "RigInspectorApp/headless/ResultsJson.h"
+#include "RigInspectorApp/ResultsJson.h"
 
 namespace
 {
