@@ -1,5 +1,6 @@
 #include "Details.h"
 
+#include "DesktopRun.h"
 #include "RigInspector/Diagnostics.h"
 
 std::vector<DetailSection> CollectDetails()
@@ -13,5 +14,7 @@ std::vector<DetailSection> CollectDetails()
             section.lines.push_back(d.message);
         sections.push_back(std::move(section));
     }
+    if (std::optional<DetailSection> previous = PreviousRunDetails())
+        sections.push_back(std::move(*previous));
     return sections;
 }

@@ -1,5 +1,6 @@
 #include "InspectorDlg.h"
 
+#include "DesktopRun.h"
 #include "Details.h"
 
 #include <algorithm>
@@ -128,6 +129,13 @@ void CInspectorDlg::PollAfterSequence()
     if (!m_bAfterSequenceStarted)
     {
         m_bAfterSequenceStarted = true;
+        if (IDetailsView* pView = m_pWnd ? m_pWnd->GetDetailsView() : nullptr)
+            pView->OfferReport(
+                [this]
+                {
+                    tstring document = kReportPrefix;
+                    return DesktopBundle(document.append(m_report).append(kReportSuffix));
+                });
         if (m_checks.afterSequence)
             m_afterSequence = std::async(std::launch::async, m_checks.afterSequence);
         return;

@@ -6,6 +6,7 @@
 // implement it thinly while every algorithm stays in the logic classes.
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -65,6 +66,9 @@ public:
     virtual ~IDetailsView() = default;
     /// Replaces everything shown; no sections means nothing to show.
     virtual void SetDetails(const std::vector<DetailSection>& sections) = 0;
+    /// Once the checks have run: the view offers "Save report…" and "Open in
+    /// browser" (ReportActions), which write what renderBundle returns then.
+    virtual void OfferReport(std::function<std::string()> renderBundle) { (void)renderBundle; }
 };
 
 /// The window of a dialog made from its template.

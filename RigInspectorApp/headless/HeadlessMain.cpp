@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -12,13 +13,18 @@
 
 #include "ConsoleIo.h"
 #include "HeadlessToolkit.h"
+#include "HistoryText.h"
 #include "ReportText.h"
 #include "RigInspector/Diagnostics.h"
+#include "RigInspectorApp/Bundle.h"
 #include "RigInspectorApp/ExtendedOutput.h"
 #include "RigInspectorApp/ExtendedStep.h"
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
 #include "RigInspectorApp/ResultsJson.h"
+#include "RigInspectorApp/RunHistory.h"
+#include "RigInspectorApp/RunRecord.h"
+#include "RigInspectorApp/UserFolders.h"
 #include "TerminalOutput.h"
 #include "share/common/StringUtil.h"
 
@@ -63,7 +69,7 @@ int main(int argc, char** argv)
     CLI::App app{
         "Rig Inspector v1.1: checks this PC and its network against Dunmore Nine's requirements.\n"
         "Reads ./rig_inspector.ini, prints the report as it is written, and exits with 0 when every\n"
-        "check passed, 1 when any did not, 2 on a usage error, 3 when --report/--json could not\n"
+        "check passed, 1 when any did not, 2 on a usage error, 3 when --report/--json/--bundle could not\n"
         "be written, 4 when --accept could not write ../game/option.ini. Diagnostics (what the\n"
         "report does not say) are printed as warnings on standard error.",
         "rig_inspector_cli"};
@@ -75,6 +81,8 @@ int main(int argc, char** argv)
     bool bNoColour = false;
     bool bNoProgress = false;
     bool bExtended = false;
+    std::string bundlePath;
+    bool bHistory = false;
     app.add_option("--report", reportPath, "Write the final HTML report (UTF-8) to PATH")->type_name("PATH");
     app.add_option("--json", jsonPath, "Write the measured values and verdicts as JSON to PATH ('-': stdout)")
         ->type_name("PATH|-");
@@ -86,6 +94,11 @@ int main(int argc, char** argv)
     app.add_flag("--extended", bExtended,
                  "After the checks, measure latency under load, loss by direction, jitter, throughput and "
                  "inbound reachability (about 10 s more; summary after the report, figures in the JSON)");
+    app.add_option("--bundle", bundlePath,
+                   "Write one self-contained HTML file for support: the report, the figures, charts, the run "
+                   "history and the JSON")
+        ->type_name("PATH");
+    app.add_flag("--history", bHistory, "Print the runs kept on this computer and exit (no checks run)");
     app.set_version_flag("-V,--version", "rig_inspector_cli (Rig Inspector) 1.1");
     PrepareConsole();
     try
@@ -96,6 +109,13 @@ int main(int argc, char** argv)
     {
         const int status = app.exit(e);
         return status == 0 ? 0 : kExitUsage;
+    }
+
+    if (bHistory)
+    {
+        const RunHistory history(StateFolder());
+        std::cout << HistoryTableText(history.Load(), history.GetFile().u8string());
+        return 0;
     }
 
     // With "--json -" standard output carries only the JSON: the descriptor is
@@ -143,9 +163,30 @@ int main(int argc, char** argv)
         output.WriteLine(ExtendedSummaryText(extendedResult));
     }
 
+    // The run is kept before anything is printed, so a history that could
+    // not be written is among the warnings and in the document.
+    RunOutcome outcome;
+    outcome.cpuSpeedMhz = g_inspector.m_CpuSpeed;
+    outcome.videoMemoryMb = g_inspector.m_VideoMemory;
+    outcome.systemMemoryMb = g_inspector.m_SystemMemory;
+    outcome.optionsWritten = toolkit.GetOptionsWritten();
+    outcome.patcherRequested = bPatcher;
+    outcome.patcherStarted = toolkit.GetPatcherStarted();
+    outcome.diagnostics = GetDiagnostics().List();
+    const std::optional<ExtendedResult> extended = bExtended ? std::optional(extendedResult) : std::nullopt;
+    const std::time_t finished = std::time(nullptr);
+    auto results = RunDocument(g_inspector.m_Results, outcome, extended, finished);
+    const bool bRecorded = RecordRun(results, StateFolder());
+    if (!bRecorded)
+    {
+        outcome.diagnostics = GetDiagnostics().List();
+        results = RunDocument(g_inspector.m_Results, outcome, extended, finished);
+    }
+    const std::string json = ResultsText(results);
+
     // What the report does not say goes to standard error, one warning a line,
     // also with --quiet: it is what a player needs when a result looks wrong.
-    const std::vector<Diagnostic> diagnostics = GetDiagnostics().List();
+    const std::vector<Diagnostic>& diagnostics = outcome.diagnostics;
     for (const Diagnostic& d : diagnostics)
         std::cerr << "rig_inspector_cli: warning: " << zul::Utf16ToUtf8(d.message) << " [" << d.code << "]\n";
 
@@ -158,22 +199,25 @@ int main(int argc, char** argv)
     }
     if (!jsonPath.empty())
     {
-        RunOutcome outcome;
-        outcome.cpuSpeedMhz = g_inspector.m_CpuSpeed;
-        outcome.videoMemoryMb = g_inspector.m_VideoMemory;
-        outcome.systemMemoryMb = g_inspector.m_SystemMemory;
-        outcome.optionsWritten = toolkit.GetOptionsWritten();
-        outcome.patcherRequested = bPatcher;
-        outcome.patcherStarted = toolkit.GetPatcherStarted();
-        outcome.diagnostics = diagnostics;
-        auto results = ResultsToJson(g_inspector.m_Results, outcome);
-        if (bExtended)
-            results["extended"] = ExtendedToJson(extendedResult);
-        const std::string json = results.dump(2) + "\n";
         const bool bWritten = jsonFd >= 0 ? WriteFd(jsonFd, json) : WriteFile(jsonPath, json);
         if (!bWritten)
         {
             std::cerr << "rig_inspector_cli: cannot write the JSON to " << jsonPath << "\n";
+            status = kExitOutputFailed;
+        }
+    }
+    if (!bundlePath.empty())
+    {
+        BundleInput input;
+        input.pResults = &results;
+        input.resultsText = json;
+        input.reportDocument = zul::Utf16ToUtf8(toolkit.GetReportView().GetDocument());
+        input.history = RunHistory(StateFolder()).Load();
+        if (!bRecorded)
+            input.history.push_back(results);
+        if (!WriteFile(bundlePath, RenderBundle(input)))
+        {
+            std::cerr << "rig_inspector_cli: cannot write the bundle to " << bundlePath << "\n";
             status = kExitOutputFailed;
         }
     }

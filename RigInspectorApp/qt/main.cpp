@@ -15,6 +15,7 @@
 #include <QApplication>
 
 #include "QtToolkit.h"
+#include "RigInspectorApp/DesktopRun.h"
 #include "RigInspectorApp/InspectorApp.h"
 
 int main(int argc, char* argv[])
@@ -30,6 +31,7 @@ int main(int argc, char* argv[])
     QtToolkit toolkit;
     SetToolkit(&toolkit);
     theApp.InitInstance(commandLine);
+    RecordDesktopRun();
     SetToolkit(nullptr);
     return toolkit.GetExitCode();
 }

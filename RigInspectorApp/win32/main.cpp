@@ -4,6 +4,7 @@
 #include <commctrl.h>
 #include <ole2.h>
 
+#include "RigInspectorApp/DesktopRun.h"
 #include "RigInspectorApp/InspectorApp.h"
 #include "Win32Dialog.h"
 #include "resource.h"
@@ -46,6 +47,7 @@ int WINAPI wWinMain(HINSTANCE hInstance, HINSTANCE, LPWSTR, int)
     Win32Toolkit toolkit(hInstance, hIcon);
     SetToolkit(&toolkit);
     theApp.InitInstance(CommandLineAfterProgram());
+    RecordDesktopRun();
     SetToolkit(nullptr);
 
     if (SUCCEEDED(hrOle))

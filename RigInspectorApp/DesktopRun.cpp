@@ -1,0 +1,87 @@
+#include "DesktopRun.h"
+
+#include <mutex>
+
+#include "Bundle.h"
+#include "Inspector.h"
+#include "InspectorApp.h"
+#include "RigInspector/Diagnostics.h"
+#include "RunHistory.h"
+#include "RunRecord.h"
+#include "UserFolders.h"
+#include "share/common/StringUtil.h"
+
+namespace
+{
+std::mutex g_ExtendedLock;
+std::optional<ExtendedResult> g_Extended;
+
+std::optional<ExtendedResult> Extended()
+{
+    std::lock_guard<std::mutex> lock(g_ExtendedLock);
+    return g_Extended;
+}
+} // namespace
+
+void SetDesktopExtendedResult(const ExtendedResult& result)
+{
+    std::lock_guard<std::mutex> lock(g_ExtendedLock);
+    g_Extended = result;
+}
+
+nlohmann::ordered_json DesktopRunDocument(std::time_t finished)
+{
+    RunOutcome outcome;
+    outcome.cpuSpeedMhz = g_inspector.m_CpuSpeed;
+    outcome.videoMemoryMb = g_inspector.m_VideoMemory;
+    outcome.systemMemoryMb = g_inspector.m_SystemMemory;
+    outcome.patcherRequested = theApp.m_bRunPatcher;
+    outcome.diagnostics = GetDiagnostics().List();
+    nlohmann::ordered_json document = RunDocument(g_inspector.m_Results, outcome, Extended(), finished);
+    document["tool"] = "rig_inspector";
+    return document;
+}
+
+void RecordDesktopRun()
+{
+    // A run left before its last check is not a result to compare with.
+    if (!g_inspector.m_Results.ports.ran)
+        return;
+    RecordRun(DesktopRunDocument(std::time(nullptr)), StateFolder());
+}
+
+std::string DesktopBundle(const tstring& reportDocument)
+{
+    const nlohmann::ordered_json document = DesktopRunDocument(std::time(nullptr));
+    BundleInput input;
+    input.pResults = &document;
+    input.resultsText = ResultsText(document);
+    input.reportDocument = zul::Utf16ToUtf8(reportDocument);
+    input.history = RunHistory(StateFolder()).Load();
+    input.history.push_back(document);
+    return RenderBundle(input);
+}
+
+std::optional<DetailSection> PreviousRunDetails()
+{
+    static const std::optional<DetailSection> previous = []() -> std::optional<DetailSection>
+    {
+        const std::vector<nlohmann::ordered_json> runs = RunHistory(StateFolder()).Load();
+        if (runs.empty())
+            return std::nullopt;
+        const nlohmann::ordered_json& last = runs.back();
+        const auto diagnostics = last.find("diagnostics");
+        if (diagnostics == last.end() || !diagnostics->is_array() || diagnostics->empty())
+            return std::nullopt;
+        std::string when = last.value("finished_at", std::string());
+        when = when.substr(0, 16);
+        if (when.size() > 10)
+            when[10] = ' ';
+        DetailSection section{zul::Utf8ToUtf16("Previous run" + (when.empty() ? "" : " (" + when + ")")), {}};
+        for (const auto& d : *diagnostics)
+            if (d.is_object() && d.contains("message") && d["message"].is_string())
+                section.lines.push_back(zul::Utf8ToUtf16(d["message"].get<std::string>()));
+        return section;
+    }();
+    return previous;
+}
