@@ -4,6 +4,9 @@
 #   RESULT|<benchmark>|<figure>|<value>|<goal>|<met: yes/no/->
 # that run_all.sh gathers into its table.
 
+# The runs measured here keep their history apart from the user's own.
+export RIG_INSPECTOR_STATE_DIR="${RIG_INSPECTOR_STATE_DIR:-${TMPDIR:-/tmp}/rig-bench-state}"
+
 # result <benchmark> <figure> <value> <goal> <met>
 result() {
     printf 'RESULT|%s|%s|%s|%s|%s\n' "$1" "$2" "$3" "$4" "$5"

@@ -37,4 +37,15 @@ function(rig_add_test name)
     if(T_ENV)
         set_tests_properties(${name} PROPERTIES ENVIRONMENT "${T_ENV}")
     endif()
+    rig_keep_state_in_build(${name})
+endfunction()
+
+# A run keeps its history in a folder of the build tree, one per test, never
+# in the home folder. (Wine's own prefix, in the build tree, holds the Windows
+# runs' per-user folders.)
+function(rig_keep_state_in_build name)
+    if(NOT WIN32)
+        set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT_MODIFICATION
+            "RIG_INSPECTOR_STATE_DIR=set:${CMAKE_CURRENT_BINARY_DIR}/state/${name}")
+    endif()
 endfunction()

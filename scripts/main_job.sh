@@ -36,6 +36,8 @@ DESKTOP=$(find "$BUILD/RigInspectorApp" -type f -name rig_inspector -perm -u+x |
 
 DEMO=$BUILD/demo
 mkdir -p "$DEMO/patcher" "$DEMO/game"
+# The demo's runs keep their history in the demo root, not in the home folder.
+export RIG_INSPECTOR_STATE_DIR="$DEMO/state"
 [ -f "$DEMO/patcher/rig_inspector.ini" ] || cp "$SRC/scripts/demo/rig_inspector.ini" "$DEMO/patcher/"
 
 # Start the reference server on loopback and wait for its ready line. A small
@@ -75,7 +77,7 @@ else
     set +e
     # Leave as a player who accepts the recommendation would: "Next", then
     # "Accept", which writes ../game/option.ini.
-    "$CLI" --accept --report "$DEMO/report.html" --json "$DEMO/report.json"
+    "$CLI" --accept --report "$DEMO/report.html" --json "$DEMO/report.json" --bundle "$DEMO/bundle.html"
     status=$?
     set -e
     if [ -f "$DEMO/game/option.ini" ]; then
@@ -86,6 +88,7 @@ else
     echo
     echo "== report: $DEMO/report.html"
     echo "== JSON:   $DEMO/report.json"
+    echo "== bundle: $DEMO/bundle.html (history: $RIG_INSPECTOR_STATE_DIR)"
     case $status in
         0) echo "== every check passed" ;;
         1) echo "== the run finished; some checks did not pass (see the report)" ;;

@@ -14,6 +14,8 @@ PACKAGES=(
     iproute2 util-linux xvfb xauth xdotool x11-apps fonts-liberation fontconfig
     # fuzzing and benchmarks
     clang libclang-rt-14-dev iperf3 jq procps
+    # the report bundle's tests: the results schema and a real browser, offline
+    python3-jsonschema chromium
     # the Windows build: cross compilers, Wine for its tests, the installer,
     # signing and the archive (the desktop tests also use xvfb, xauth,
     # xdotool and x11-apps above)
