@@ -1,8 +1,14 @@
 #include "Win32Dialog.h"
 
+#include <commdlg.h>
 #include <mmsystem.h>
+#include <shellapi.h>
+
+#include <filesystem>
+#include <optional>
 
 #include "RigInspectorApp/MinimisedIcon.h"
+#include "RigInspectorApp/ReportActions.h"
 #include "Win32ReportView.h"
 #include "share/common/Assert.h"
 
@@ -306,28 +312,115 @@ void Win32DetailsView::SetDetails(const std::vector<DetailSection>& sections)
         }
     }
     m_Text = text;
-    if (m_hButton != nullptr)
-        ::ShowWindow(m_hButton, sections.empty() ? SW_HIDE : SW_SHOWNOACTIVATE);
+    m_bHasSections = !sections.empty();
+    UpdateShown();
     if (m_hWindow != nullptr && ::IsWindow(m_hWindow))
         ::SetWindowTextW(GetText(), m_Text.c_str());
+}
+
+void Win32DetailsView::OfferReport(std::function<std::string()> renderBundle)
+{
+    m_RenderBundle = std::move(renderBundle);
+    UpdateShown();
+}
+
+void Win32DetailsView::UpdateShown()
+{
+    if (m_hButton != nullptr)
+        ::ShowWindow(m_hButton, m_bHasSections || m_RenderBundle ? SW_SHOWNOACTIVATE : SW_HIDE);
+    if (m_hWindow != nullptr && ::IsWindow(m_hWindow))
+        for (int id : {kSaveButtonId, kOpenButtonId})
+            ::EnableWindow(::GetDlgItem(m_hWindow, id), m_RenderBundle != nullptr);
 }
 
 namespace
 {
 constexpr wchar_t kDetailsClass[] = L"RigInspectorDetails";
+constexpr int kButtonW = 120, kButtonH = 26, kGap = 8;
 
-// The details window keeps its read-only text filling it as it is sized.
+// The details window keeps its read-only text filling it above the two
+// buttons, right-aligned at the bottom, as it is sized; the buttons' clicks
+// go to the view it belongs to.
 LRESULT CALLBACK DetailsWindowProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam)
 {
     if (message == WM_SIZE)
     {
-        if (const HWND hText = ::GetWindow(hWnd, GW_CHILD))
-            ::MoveWindow(hText, 0, 0, LOWORD(lParam), HIWORD(lParam), TRUE);
+        const int w = LOWORD(lParam), h = HIWORD(lParam);
+        const int top = h - kButtonH - kGap;
+        if (const HWND hText = ::GetDlgItem(hWnd, 1))
+            ::MoveWindow(hText, 0, 0, w, top > kGap ? top - kGap : 0, TRUE);
+        ::MoveWindow(::GetDlgItem(hWnd, Win32DetailsView::kSaveButtonId), w - 2 * (kButtonW + kGap), top,
+                     kButtonW, kButtonH, TRUE);
+        ::MoveWindow(::GetDlgItem(hWnd, Win32DetailsView::kOpenButtonId), w - (kButtonW + kGap), top,
+                     kButtonW, kButtonH, TRUE);
+        return 0;
+    }
+    if (message == WM_COMMAND && HIWORD(wParam) == BN_CLICKED)
+    {
+        auto* pView = reinterpret_cast<Win32DetailsView*>(::GetWindowLongPtrW(hWnd, GWLP_USERDATA));
+        if (pView != nullptr && LOWORD(wParam) == Win32DetailsView::kSaveButtonId)
+            pView->OnReportAction(true);
+        else if (pView != nullptr && LOWORD(wParam) == Win32DetailsView::kOpenButtonId)
+            pView->OnReportAction(false);
         return 0;
     }
     return ::DefWindowProcW(hWnd, message, wParam, lParam);
 }
+
+/// The save dialog, the browser and the message, the Win32 way.
+class Win32ReportActionsUi : public IReportActionsUi
+{
+public:
+    explicit Win32ReportActionsUi(HWND hOwner) : m_hOwner(hOwner) {}
+
+    std::optional<std::filesystem::path> AskSavePath(const std::filesystem::path& suggested) override
+    {
+        std::wstring file(MAX_PATH * 4, L'\0');
+        const std::wstring name = suggested.filename().wstring();
+        const std::wstring folder = suggested.parent_path().wstring();
+        name.copy(file.data(), file.size() - 1);
+        OPENFILENAMEW ofn{};
+        ofn.lStructSize = sizeof ofn;
+        ofn.hwndOwner = m_hOwner;
+        ofn.lpstrFilter = L"Web page, one file (*.html)\0*.html\0";
+        ofn.lpstrFile = file.data();
+        ofn.nMaxFile = static_cast<DWORD>(file.size());
+        ofn.lpstrInitialDir = folder.empty() ? nullptr : folder.c_str();
+        ofn.lpstrTitle = L"Save report";
+        ofn.lpstrDefExt = L"html";
+        ofn.Flags = OFN_OVERWRITEPROMPT | OFN_PATHMUSTEXIST | OFN_NOCHANGEDIR;
+        if (!::GetSaveFileNameW(&ofn))
+            return std::nullopt;
+        return std::filesystem::path(file.c_str());
+    }
+    bool OpenInBrowser(const std::filesystem::path& file) override
+    {
+        const auto result = reinterpret_cast<INT_PTR>(
+            ::ShellExecuteW(m_hOwner, L"open", file.c_str(), nullptr, nullptr, SW_SHOWNORMAL));
+        return result > 32;
+    }
+    void ShowError(const tstring& text) override
+    {
+        const std::wstring message(text.begin(), text.end());
+        ::MessageBoxW(m_hOwner, message.c_str(), L"Rig Inspector", MB_OK | MB_ICONWARNING);
+    }
+
+private:
+    HWND m_hOwner;
+};
 } // namespace
+
+void Win32DetailsView::OnReportAction(bool bSave)
+{
+    if (!m_RenderBundle)
+        return;
+    Win32ReportActionsUi ui(m_hWindow);
+    ReportActions actions(ui, m_RenderBundle);
+    if (bSave)
+        actions.Save();
+    else
+        actions.Open();
+}
 
 void Win32DetailsView::OpenWindow()
 {
@@ -344,16 +437,27 @@ void Win32DetailsView::OpenWindow()
         ::RegisterClassW(&wc); // fails harmlessly once registered
         m_hWindow =
             ::CreateWindowExW(0, kDetailsClass, L"Rig Inspector Details", WS_OVERLAPPEDWINDOW, CW_USEDEFAULT,
-                              CW_USEDEFAULT, 480, 240, nullptr, nullptr, hInstance, nullptr);
+                              CW_USEDEFAULT, 520, 280, nullptr, nullptr, hInstance, nullptr);
         if (m_hWindow == nullptr)
             return;
+        ::SetWindowLongPtrW(m_hWindow, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+        const auto child = [this, hInstance](const wchar_t* cls, const wchar_t* text, DWORD style, int id)
+        {
+            const HWND hChild =
+                ::CreateWindowExW(0, cls, text, WS_CHILD | WS_VISIBLE | style, 0, 0, 0, 0, m_hWindow,
+                                  reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), hInstance, nullptr);
+            if (m_hButton != nullptr)
+                ::SendMessageW(hChild, WM_SETFONT, ::SendMessageW(::GetParent(m_hButton), WM_GETFONT, 0, 0),
+                               FALSE);
+            return hChild;
+        };
+        m_hText = child(L"EDIT", L"", WS_VSCROLL | ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL, 1);
+        child(L"BUTTON", L"Save report\u2026", WS_TABSTOP | BS_PUSHBUTTON, kSaveButtonId);
+        child(L"BUTTON", L"Open in browser", WS_TABSTOP | BS_PUSHBUTTON, kOpenButtonId);
         RECT client;
         ::GetClientRect(m_hWindow, &client);
-        const HWND hText = ::CreateWindowExW(
-            0, L"EDIT", L"", WS_CHILD | WS_VISIBLE | WS_VSCROLL | ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL,
-            0, 0, client.right, client.bottom, m_hWindow, nullptr, hInstance, nullptr);
-        if (const HWND hButton = m_hButton)
-            ::SendMessageW(hText, WM_SETFONT, ::SendMessageW(::GetParent(hButton), WM_GETFONT, 0, 0), FALSE);
+        ::SendMessageW(m_hWindow, WM_SIZE, SIZE_RESTORED, MAKELPARAM(client.right, client.bottom));
+        UpdateShown();
     }
     ::SetWindowTextW(GetText(), m_Text.c_str());
     ::ShowWindow(m_hWindow, SW_SHOW);
@@ -362,7 +466,7 @@ void Win32DetailsView::OpenWindow()
 
 HWND Win32DetailsView::GetText() const
 {
-    return m_hWindow != nullptr ? ::GetWindow(m_hWindow, GW_CHILD) : nullptr;
+    return m_hWindow != nullptr && ::IsWindow(m_hWindow) ? m_hText : nullptr;
 }
 
 void Win32DialogWindow::ShowWindow()

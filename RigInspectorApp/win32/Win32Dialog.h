@@ -5,6 +5,7 @@
 // Both dialogs go through the same code; nothing here knows either of them.
 #include <windows.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -16,28 +17,40 @@
 class Win32ReportView;
 
 /// The main dialog's details: a "Details" button in the free space of the
-/// button row, shown once there is something to tell, that opens a plain-text
-/// window of the sections. The template's controls keep their places.
+/// button row, shown once there is something to tell or a report to save,
+/// that opens a plain-text window of the sections with "Save report…" and
+/// "Open in browser" under it. The template's controls keep their places.
 class Win32DetailsView : public IDetailsView
 {
 public:
     /// The button's id: outside the templates' ids, so the logic never sees it.
     static constexpr int kButtonId = 1100;
+    /// The details window's own buttons.
+    static constexpr int kSaveButtonId = 1101;
+    static constexpr int kOpenButtonId = 1102;
 
     Win32DetailsView(HWND hDialog, const RECT& rect);
     ~Win32DetailsView() override;
     void SetDetails(const std::vector<DetailSection>& sections) override;
+    void OfferReport(std::function<std::string()> renderBundle) override;
     /// Opens (or refreshes and raises) the text window; what a click does.
     void OpenWindow();
+    /// "Save report…" (bSave) or "Open in browser", as their clicks do.
+    void OnReportAction(bool bSave);
     HWND GetButton() const { return m_hButton; }
     HWND GetWindow() const { return m_hWindow; }
     /// The read-only text inside the window, or null before it was opened.
     HWND GetText() const;
 
 private:
+    void UpdateShown();
+
     HWND m_hButton = nullptr;
     HWND m_hWindow = nullptr;
+    HWND m_hText = nullptr;
     std::wstring m_Text;
+    bool m_bHasSections = false;
+    std::function<std::string()> m_RenderBundle;
 };
 
 /// The in-memory DLGTEMPLATEEX of a template: "MS Shell Dlg" at the table's
