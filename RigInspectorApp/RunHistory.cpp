@@ -21,8 +21,10 @@ std::string ReadAll(const std::filesystem::path& file)
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-/// The lines that hold a JSON object; bTorn when any line did not.
-std::vector<std::string_view> ValidLines(std::string_view text, bool& bTorn)
+/// The lines that look whole: an object from its brace to its brace. bTorn
+/// when any did not (only a last line cut by a crash should). Reading parses
+/// each line in full; appending needs no more than this, and stays fast.
+std::vector<std::string_view> WholeLines(std::string_view text, bool& bTorn)
 {
     std::vector<std::string_view> lines;
     bTorn = !text.empty() && text.back() != '\n';
@@ -33,7 +35,7 @@ std::vector<std::string_view> ValidLines(std::string_view text, bool& bTorn)
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
         if (line.empty())
             continue;
-        if (line.front() == '{' && nlohmann::json::accept(line))
+        if (line.front() == '{' && line.back() == '}')
             lines.push_back(line);
         else
             bTorn = true;
@@ -60,8 +62,12 @@ std::vector<nlohmann::ordered_json> RunHistory::Load() const
     const std::string text = ReadAll(m_File);
     bool bTorn = false;
     std::vector<nlohmann::ordered_json> runs;
-    for (std::string_view line : ValidLines(text, bTorn))
-        runs.push_back(nlohmann::ordered_json::parse(line));
+    for (std::string_view line : WholeLines(text, bTorn))
+    {
+        nlohmann::ordered_json run = nlohmann::ordered_json::parse(line, nullptr, false);
+        if (run.is_object())
+            runs.push_back(std::move(run));
+    }
     return runs;
 }
 
@@ -82,7 +88,7 @@ bool RunHistory::Append(const nlohmann::ordered_json& run, std::string& why) con
     const std::string line = run.dump() + "\n";
     const std::string text = ReadAll(m_File);
     bool bTorn = false;
-    const std::vector<std::string_view> lines = ValidLines(text, bTorn);
+    const std::vector<std::string_view> lines = WholeLines(text, bTorn);
 
     // The common case: one short write at the end, which a crash can only
     // tear at the last line.

@@ -57,7 +57,12 @@ class FakeDetailsView : public IDetailsView
 {
 public:
     void SetDetails(const std::vector<DetailSection>& sections) override { m_shown = sections; }
+    void OfferReport(std::function<std::string()> renderBundle) override
+    {
+        m_renderBundle = std::move(renderBundle);
+    }
     std::vector<DetailSection> m_shown;
+    std::function<std::string()> m_renderBundle;
 };
 
 class FakeWindow : public IDialogWindow

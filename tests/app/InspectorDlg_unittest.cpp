@@ -156,6 +156,27 @@ TEST_F(InspectorDlgTest, AfterTheLastStepABackgroundJobFillsTheDetailsNotTheRepo
     EXPECT_EQ(dlg.GetReport().find(u"Latency"), tstring::npos);
 }
 
+// The report can be saved once every step has run, not before: the bundle
+// then holds the report as shown and this run's document.
+TEST_F(InspectorDlgTest, OnceTheStepsHaveRunTheDetailsOfferTheBundle)
+{
+    CInspectorDlg dlg(m_checks.Make());
+    bool bOfferedEarly = false;
+    m_tk.m_onPump = [&](int)
+    {
+        const auto& offered = m_tk.m_windows.front()->m_details.m_renderBundle;
+        if (!dlg.IsSequenceDone())
+            bOfferedEarly = bOfferedEarly || offered != nullptr;
+        else if (offered && m_tk.m_queuedClicks.empty())
+            m_tk.QueueClick(IDCANCEL);
+    };
+    EXPECT_EQ(dlg.DoModal(), IDCANCEL);
+    EXPECT_FALSE(bOfferedEarly);
+    const std::string bundle = m_tk.m_windows.front()->m_details.m_renderBundle();
+    EXPECT_NE(bundle.find("<br>check 3<br><br>check 4<br>"), std::string::npos);
+    EXPECT_NE(bundle.find("\"tool\": \"rig_inspector\""), std::string::npos);
+}
+
 class ReportTest : public InspectorDlgTest
 {
 protected:
