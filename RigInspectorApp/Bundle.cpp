@@ -24,7 +24,8 @@ h2{font-size:16px;margin:0 0 12px;color:#17324d;border-bottom:1px solid var(--li
 h3{font-size:14px;margin:14px 0 8px;color:var(--muted)}
 table{border-collapse:collapse;font-size:13px}
 th,td{text-align:left;padding:4px 10px 4px 0;border-bottom:1px solid #edf0f4;vertical-align:top}
-th{color:var(--muted);font-weight:600}
+th{color:var(--muted);font-weight:600;white-space:nowrap}
+figure .table td:first-child{white-space:nowrap}
 td.n,th.n{text-align:right;font-variant-numeric:tabular-nums}
 table.kv th{width:220px;font-weight:500}
 .badge{display:inline-block;padding:1px 8px;border-radius:10px;font-size:12px;font-weight:600;color:#fff;background:var(--muted)}
@@ -347,8 +348,9 @@ std::string DiagnosticsSection(const ordered_json& r)
     const ordered_json* diagnostics = Find(r, "diagnostics");
     if (diagnostics == nullptr || !diagnostics->is_array() || diagnostics->empty())
         return {};
-    return "<section id=\"diagnostics\"><h2>Diagnostics</h2><table>" + Row({"Code", "What happened"}, true) +
-           DiagnosticRows(*diagnostics) + "</table></section>";
+    return "<section id=\"diagnostics\"><h2>Diagnostics</h2><table>" +
+           std::string("<tr><th>Code</th><th>What happened</th></tr>") + DiagnosticRows(*diagnostics) +
+           "</table></section>";
 }
 
 std::string LatencyFigure(const ordered_json& e)
@@ -476,8 +478,8 @@ std::string HistorySection(const std::vector<ordered_json>& history, const order
         const ordered_json* diagnostics = Find(*previous, "diagnostics");
         html += "<h3>Previous run, " + HtmlEscape(ShortTime(*previous)) + "</h3>";
         if (diagnostics && diagnostics->is_array() && !diagnostics->empty())
-            html +=
-                "<table>" + Row({"Code", "What happened"}, true) + DiagnosticRows(*diagnostics) + "</table>";
+            html += "<table>" + std::string("<tr><th>Code</th><th>What happened</th></tr>") +
+                    DiagnosticRows(*diagnostics) + "</table>";
         else
             html += "<p class=\"note\">No diagnostics.</p>";
     }
@@ -513,11 +515,18 @@ std::string HistorySection(const std::vector<ordered_json>& history, const order
                  {"Loss %", "", {}, {}},
                  {"Up KB/s", "", {}, {}},
                  {"Down KB/s", "", {}, {}}}};
+    // Axis labels carry month, day and time (the table carries the year), or
+    // the time to the second where runs share a minute.
+    bool bSameMinute = false;
+    for (std::size_t i = 1; i < history.size(); ++i)
+        bSameMinute = bSameMinute || ShortTime(history[i]) == ShortTime(history[i - 1]);
     for (const ordered_json& run : history)
     {
         const std::string when = ShortTime(run);
-        // Axis labels carry month, day and time; the table carries the year.
-        const std::string label = when.size() >= 16 ? when.substr(5) : when;
+        const ordered_json* finished = Find(run, "finished_at");
+        std::string label = when.size() >= 16 ? when.substr(5) : when;
+        if (bSameMinute && finished && finished->is_string() && finished->get<std::string>().size() >= 19)
+            label = finished->get<std::string>().substr(11, 8);
         for (Chart* c : {&ping, &loss, &speed})
             c->categories.push_back(label);
         table.categories.push_back(when);
