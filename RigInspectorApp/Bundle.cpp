@@ -37,8 +37,8 @@ table.kv th{width:220px;font-weight:500}
 .report{border:1px solid var(--line);border-radius:6px;padding:10px 12px;background:#fff;max-height:none}
 .report a,.note a{color:var(--accent)}
 figure{margin:8px 0 14px;display:flex;flex-wrap:wrap;gap:18px;align-items:flex-start}
-figure .charts{flex:1 1 520px;max-width:580px}
-figure .table{flex:1 1 260px;overflow:auto;max-height:420px}
+figure .charts{flex:1 1 460px;max-width:540px}
+figure .table{flex:1 1 320px;overflow:auto;max-height:640px}
 figcaption{flex-basis:100%;font-weight:600;color:#17324d}
 svg.chart{width:100%;height:auto;display:block;font-family:inherit}
 svg .grid line{stroke:#e3e8ee}svg .axis{stroke:#8a96a3}
