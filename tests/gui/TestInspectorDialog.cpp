@@ -1,6 +1,7 @@
 // The main dialog driven through the Qt toolkit, over fake checks.
 #include <QAbstractButton>
 #include <QFile>
+#include <QPushButton>
 #include <QTest>
 #include <map>
 #include <memory>
@@ -156,6 +157,45 @@ private slots:
         QVERIFY(bShownAfter);
         QVERIFY(bApart);
         QCOMPARE(text, QStringLiteral("Diagnostics\n- Something the report does not say.\n"));
+    }
+
+    // With nothing to tell, the "Details" link still comes up once the steps
+    // have run, and its window's "Save report…" and "Open in browser" work.
+    void reportCanBeSavedOnceTheChecksHaveRun()
+    {
+        GetDiagnostics().Clear();
+        QtDetailsView* pDetails = nullptr;
+        bool bHiddenDuringSteps = false, bButtonsEnabled = false;
+        InspectorChecks checks;
+        checks.steps.push_back(
+            [&]
+            {
+                pDetails = m_pF->toolkit.GetActiveDialog()->GetDetailsWidget();
+                bHiddenDuringSteps = !pDetails->isVisible();
+                return 0;
+            });
+        CInspectorDlg dlg(std::move(checks));
+        QTimer poll;
+        int ticks = 0;
+        connect(&poll, &QTimer::timeout, &poll,
+                [&]
+                {
+                    if (pDetails != nullptr && pDetails->isVisible())
+                    {
+                        pDetails->OpenWindow();
+                        bButtonsEnabled =
+                            pDetails->GetSaveButton()->isEnabled() && pDetails->GetOpenButton()->isEnabled();
+                    }
+                    if (bButtonsEnabled || ++ticks > 200)
+                    {
+                        poll.stop();
+                        Click(m_pF->toolkit.GetActiveDialog()->GetButton(IDCANCEL));
+                    }
+                });
+        poll.start(20);
+        QCOMPARE(dlg.DoModal(), IDCANCEL);
+        QVERIFY(bHiddenDuringSteps);
+        QVERIFY(bButtonsEnabled);
     }
 };
 
