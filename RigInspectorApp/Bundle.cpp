@@ -25,7 +25,7 @@ h3{font-size:14px;margin:14px 0 8px;color:var(--muted)}
 table{border-collapse:collapse;font-size:13px}
 th,td{text-align:left;padding:4px 10px 4px 0;border-bottom:1px solid #edf0f4;vertical-align:top}
 th{color:var(--muted);font-weight:600;white-space:nowrap}
-figure .table td:first-child{white-space:nowrap}
+figure .table td:first-child{white-space:nowrap}figure .table th{white-space:normal}
 td.n,th.n{text-align:right;font-variant-numeric:tabular-nums}
 table.kv th{width:220px;font-weight:500}
 .badge{display:inline-block;padding:1px 8px;border-radius:10px;font-size:12px;font-weight:600;color:#fff;background:var(--muted)}
@@ -37,7 +37,7 @@ table.kv th{width:220px;font-weight:500}
 .report{border:1px solid var(--line);border-radius:6px;padding:10px 12px;background:#fff;max-height:none}
 .report a,.note a{color:var(--accent)}
 figure{margin:8px 0 14px;display:flex;flex-wrap:wrap;gap:18px;align-items:flex-start}
-figure .charts{flex:1 1 460px;max-width:540px}
+figure .charts{flex:1 1 440px;max-width:520px}
 figure .table{flex:1 1 320px;overflow:auto;max-height:640px}
 figcaption{flex-basis:100%;font-weight:600;color:#17324d}
 svg.chart{width:100%;height:auto;display:block;font-family:inherit}

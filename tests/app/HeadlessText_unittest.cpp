@@ -1,8 +1,8 @@
 // The headless front end's terminal text and its JSON and exit status.
 #include <gtest/gtest.h>
 
-#include "RigInspectorApp/headless/ReportText.h"
 #include "RigInspectorApp/ResultsJson.h"
+#include "RigInspectorApp/headless/ReportText.h"
 
 namespace
 {
