@@ -99,7 +99,8 @@ public:
         sigemptyset(&remember.sa_mask);
         for (std::size_t i = 0; i < kSignals.size(); ++i)
         {
-            m_bSwapped[i] = ::sigaction(kSignals[i], nullptr, &m_Old[i]) == 0 && m_Old[i].sa_handler != SIG_IGN &&
+            m_bSwapped[i] = ::sigaction(kSignals[i], nullptr, &m_Old[i]) == 0 &&
+                            m_Old[i].sa_handler != SIG_IGN &&
                             ::sigaction(kSignals[i], &remember, nullptr) == 0;
         }
     }
