@@ -17,7 +17,7 @@ std::u16string Describe(const std::vector<HtmlSpan>& spans)
         switch (span.kind)
         {
         case HtmlSpan::Kind::Text:
-            out += u"[" + span.text + u"]";
+            out.append(u"[").append(span.text).append(u"]");
             break;
         case HtmlSpan::Kind::LineBreak:
             out += u"|";
@@ -28,7 +28,7 @@ std::u16string Describe(const std::vector<HtmlSpan>& spans)
             {
                 char hex[8];
                 std::snprintf(hex, sizeof hex, "#%06x", static_cast<unsigned>(*span.style.colour));
-                out += std::u16string(hex, hex + 7);
+                out.append(hex, hex + 7);
             }
             if (span.style.nHalfPoints)
                 out +=
@@ -36,7 +36,7 @@ std::u16string Describe(const std::vector<HtmlSpan>& spans)
             out += u"}";
             break;
         case HtmlSpan::Kind::LinkStart:
-            out += u"<" + span.text + u">";
+            out.append(u"<").append(span.text).append(u">");
             break;
         case HtmlSpan::Kind::LinkEnd:
             out += u"</>";
