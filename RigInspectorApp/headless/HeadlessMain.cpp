@@ -19,6 +19,7 @@
 #include "RigInspectorApp/ExtendedStep.h"
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
+#include "RigVersion.h"
 #include "TerminalOutput.h"
 #include "share/common/StringUtil.h"
 
@@ -86,7 +87,7 @@ int main(int argc, char** argv)
     app.add_flag("--extended", bExtended,
                  "After the checks, measure latency under load, loss by direction, jitter, throughput and "
                  "inbound reachability (about 10 s more; summary after the report, figures in the JSON)");
-    app.set_version_flag("-V,--version", "rig_inspector_cli (Rig Inspector) 1.1");
+    app.set_version_flag("-V,--version", "rig_inspector_cli (Rig Inspector) " RIG_VERSION_SHORT);
     PrepareConsole();
     try
     {

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "RigInspectorApp/InspectorDlg.h"
+#include "RigVersion.h"
 #include "share/common/StringUtil.h"
 
 using nlohmann::ordered_json;
@@ -48,7 +49,7 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
 {
     ordered_json j;
     j["tool"] = "rig_inspector_cli";
-    j["version"] = "1.1";
+    j["version"] = RIG_VERSION_SHORT;
     j["passed"] = AllChecksPassed(r);
 
     j["measured"] = {{"cpu_speed_mhz", outcome.cpuSpeedMhz},
