@@ -263,6 +263,11 @@ IControl* Win32DialogWindow::GetDlgItem(int nId)
     return it == m_Controls.end() ? nullptr : it->second.get();
 }
 
+bool Win32DialogWindow::PreTranslateMessage(MSG& msg)
+{
+    return m_pReportView && m_pReportView->PreTranslateMessage(msg);
+}
+
 IReportView* Win32DialogWindow::GetReportView()
 {
     return m_pReportView.get();
@@ -435,9 +440,10 @@ bool Win32Toolkit::PumpWaitingMessages()
 void Win32Toolkit::DispatchDialogMessage(MSG& msg)
 {
     const HWND hRoot = msg.hwnd != nullptr ? ::GetAncestor(msg.hwnd, GA_ROOT) : nullptr;
-    for (const Win32DialogWindow* pWindow : m_ModalStack)
+    for (Win32DialogWindow* pWindow : m_ModalStack)
     {
-        if (pWindow->GetHwnd() == hRoot && !pWindow->IsEnded() && ::IsDialogMessageW(hRoot, &msg))
+        if (pWindow->GetHwnd() == hRoot && !pWindow->IsEnded() &&
+            (pWindow->PreTranslateMessage(msg) || ::IsDialogMessageW(hRoot, &msg)))
             return;
     }
     ::TranslateMessage(&msg);

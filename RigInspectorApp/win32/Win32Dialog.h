@@ -70,6 +70,8 @@ public:
     bool Create(HINSTANCE hInstance);
     HWND GetHwnd() const { return m_hWnd; }
     bool IsEnded() const { return m_bEnded; }
+    /// Lets the report view's control take its keys before the dialog manager.
+    bool PreTranslateMessage(MSG& msg);
     int GetResult() const { return m_nResult; }
 
     IControl* GetDlgItem(int nId) override;

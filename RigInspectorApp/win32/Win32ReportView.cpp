@@ -16,6 +16,8 @@ namespace
 // MSHTML's document object; MinGW's uuid library does not carry its class id.
 constexpr CLSID kClsidHtmlDocument = {
     0x25336920, 0x03F9, 0x11CF, {0x8F, 0xD0, 0x00, 0xAA, 0x00, 0x68, 0x6F, 0x13}};
+constexpr DISPID kDispidNavigate = 104;
+constexpr DISPID kDispidDocument = 203;
 
 /// Releases a COM interface at the end of a scope.
 template <class T> class ComPtr
@@ -159,11 +161,16 @@ public:
         ::OleSetContainedObject(m_pObject, TRUE);
         RECT pos = inner;
         m_pObject->DoVerb(OLEIVERB_INPLACEACTIVATE, nullptr, m_pSite.get(), 0, m_hHost, &pos);
-        m_pObject->QueryInterface(IID_IWebBrowser2, reinterpret_cast<void**>(&m_pBrowser));
+        // Navigate and Document are automation calls on the control's
+        // IDispatch, by dispatch id.
+        m_pObject->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&m_pBrowser));
+        m_pObject->QueryInterface(IID_IOleInPlaceActiveObject, reinterpret_cast<void**>(&m_pActive));
     }
 
     ~WebBrowserView() override
     {
+        if (m_pActive != nullptr)
+            m_pActive->Release();
         if (m_pBrowser != nullptr)
             m_pBrowser->Release();
         if (m_pObject != nullptr)
@@ -180,9 +187,21 @@ public:
     {
         if (m_pBrowser == nullptr)
             return;
-        const BSTR bstrUrl = ::SysAllocString(reinterpret_cast<const OLECHAR*>(url.c_str()));
-        m_pBrowser->Navigate(bstrUrl, nullptr, nullptr, nullptr, nullptr);
-        ::SysFreeString(bstrUrl);
+        // The URL, then Flags, TargetFrameName, PostData and Headers as null
+        // VARIANT pointers; arguments go in reverse order.
+        VARIANTARG args[5];
+        for (VARIANTARG& arg : args)
+        {
+            ::VariantInit(&arg);
+            arg.vt = VT_VARIANT | VT_BYREF;
+            arg.pvarVal = nullptr;
+        }
+        args[4].vt = VT_BSTR;
+        args[4].bstrVal = ::SysAllocString(reinterpret_cast<const OLECHAR*>(url.c_str()));
+        DISPPARAMS params{args, nullptr, 5, 0};
+        m_pBrowser->Invoke(kDispidNavigate, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, nullptr,
+                           nullptr, nullptr);
+        ::SysFreeString(args[4].bstrVal);
     }
 
     bool HasDocument() const override
@@ -232,17 +251,41 @@ public:
 
     bool OnNotify(const NMHDR*) override { return false; }
 
+    bool PreTranslateMessage(MSG& msg) override
+    {
+        // While the control has the focus its keys go to it first, as the
+        // dialog manager would otherwise take arrows and Page Down for
+        // moving between buttons, and the control sees no Ctrl+C.
+        if (m_pActive == nullptr || msg.message < WM_KEYFIRST || msg.message > WM_KEYLAST)
+            return false;
+        if (msg.hwnd != m_hHost && ::IsChild(m_hHost, msg.hwnd) == FALSE)
+            return false;
+        return m_pActive->TranslateAccelerator(&msg) == S_OK;
+    }
+
 private:
     bool GetDocument(ComPtr<IDispatch>& pDocument) const
     {
-        return m_pBrowser != nullptr && SUCCEEDED(m_pBrowser->get_Document(pDocument.Out())) &&
-               pDocument.Get() != nullptr;
+        if (m_pBrowser == nullptr)
+            return false;
+        DISPPARAMS noArgs{nullptr, nullptr, 0, 0};
+        VARIANT result;
+        ::VariantInit(&result);
+        if (FAILED(m_pBrowser->Invoke(kDispidDocument, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_PROPERTYGET,
+                                      &noArgs, &result, nullptr, nullptr)))
+            return false;
+        if (result.vt == VT_DISPATCH && result.pdispVal != nullptr)
+            *pDocument.Out() = result.pdispVal; // the reference moves over
+        else
+            ::VariantClear(&result);
+        return pDocument.Get() != nullptr;
     }
 
     HWND m_hHost = nullptr;
     std::unique_ptr<BrowserSite> m_pSite;
     IOleObject* m_pObject = nullptr;
-    IWebBrowser2* m_pBrowser = nullptr;
+    IDispatch* m_pBrowser = nullptr;
+    IOleInPlaceActiveObject* m_pActive = nullptr;
 };
 
 class RichEditView final : public Win32ReportView
@@ -327,6 +370,9 @@ public:
                             nullptr, SW_SHOWNORMAL);
         return true;
     }
+
+    // RichEdit handles its keys itself (and the dialog manager leaves them to it).
+    bool PreTranslateMessage(MSG&) override { return false; }
 
 private:
     HMODULE m_hLibrary = nullptr;

@@ -14,6 +14,9 @@ class Win32ReportView : public IReportView
 public:
     /// WM_NOTIFY of the dialog; true when the view handled it.
     virtual bool OnNotify(const NMHDR* pHeader) = 0;
+    /// A queued message, before the dialog manager sees it; true when the
+    /// view's control took it (its own keys: copy, arrows, Page Down).
+    virtual bool PreTranslateMessage(MSG& msg) = 0;
 };
 
 enum class ReportViewKind
