@@ -1,5 +1,6 @@
 #include "Win32ReportView.h"
 
+#include <docobj.h>
 #include <exdisp.h>
 #include <mshtml.h>
 #include <ole2.h>
@@ -10,6 +11,7 @@
 #include <string>
 
 #include "RigInspectorApp/ReportRtf.h"
+#include "Win32Dpi.h"
 
 namespace
 {
@@ -47,6 +49,7 @@ class BrowserSite final : public IOleClientSite, public IOleInPlaceSite, public 
 {
 public:
     BrowserSite(HWND hHost, const RECT& rect) : m_hHost(hHost), m_Rect(rect) {}
+    void SetRect(const RECT& rect) { m_Rect = rect; }
     BrowserSite(const BrowserSite&) = delete;
     BrowserSite& operator=(const BrowserSite&) = delete;
     virtual ~BrowserSite() = default;
@@ -145,7 +148,7 @@ private:
 class WebBrowserView final : public Win32ReportView
 {
 public:
-    WebBrowserView(HWND hDialog, int nId, const RECT& rect)
+    WebBrowserView(HWND hDialog, int nId, const RECT& rect) : m_nZoom(ZoomForDpi(WindowDpi(hDialog)))
     {
         // The control lives in a plain child window of the dialog that
         // carries the template's id and position.
@@ -230,6 +233,9 @@ public:
             }
         }
         ::GlobalFree(hBlock);
+        // The control takes a zoom only once it has a document to show.
+        if (bLoaded && m_nZoomShown != m_nZoom)
+            ApplyZoom();
         return bLoaded;
     }
 
@@ -263,7 +269,41 @@ public:
         return m_pActive->TranslateAccelerator(&msg) == S_OK;
     }
 
+    void SetBounds(const RECT& rect, UINT dpi) override
+    {
+        if (m_hHost == nullptr)
+            return;
+        ::MoveWindow(m_hHost, rect.left, rect.top, rect.right - rect.left, rect.bottom - rect.top, TRUE);
+        const RECT inner{0, 0, rect.right - rect.left, rect.bottom - rect.top};
+        m_pSite->SetRect(inner);
+        ComPtr<IOleInPlaceObject> pInPlace;
+        if (m_pObject != nullptr &&
+            SUCCEEDED(m_pObject->QueryInterface(IID_IOleInPlaceObject, pInPlace.OutVoid())))
+            pInPlace->SetObjectRects(&inner, &inner);
+        m_nZoom = ZoomForDpi(dpi);
+        if (HasDocument())
+            ApplyZoom();
+    }
+
 private:
+    // The control draws pages at 96 DPI unless told otherwise: its optical
+    // zoom (as ExecWB would set it) scales the report with the window.
+    static long ZoomForDpi(UINT dpi) { return ::MulDiv(100, static_cast<int>(dpi), USER_DEFAULT_SCREEN_DPI); }
+    void ApplyZoom()
+    {
+        ComPtr<IOleCommandTarget> pTarget;
+        if (m_pObject == nullptr ||
+            FAILED(m_pObject->QueryInterface(IID_IOleCommandTarget, pTarget.OutVoid())))
+            return;
+        VARIANT zoom;
+        ::VariantInit(&zoom);
+        zoom.vt = VT_I4;
+        zoom.lVal = m_nZoom;
+        if (SUCCEEDED(
+                pTarget->Exec(nullptr, OLECMDID_OPTICAL_ZOOM, OLECMDEXECOPT_DONTPROMPTUSER, &zoom, nullptr)))
+            m_nZoomShown = m_nZoom;
+    }
+
     bool GetDocument(ComPtr<IDispatch>& pDocument) const
     {
         if (m_pBrowser == nullptr)
@@ -286,6 +326,8 @@ private:
     IOleObject* m_pObject = nullptr;
     IDispatch* m_pBrowser = nullptr;
     IOleInPlaceActiveObject* m_pActive = nullptr;
+    long m_nZoom;
+    long m_nZoomShown = 0;
 };
 
 class RichEditView final : public Win32ReportView
@@ -373,6 +415,13 @@ public:
 
     // RichEdit handles its keys itself (and the dialog manager leaves them to it).
     bool PreTranslateMessage(MSG&) override { return false; }
+
+    // The sizes in its text are in points, which the control converts at
+    // its window's DPI.
+    void SetBounds(const RECT& rect, UINT) override
+    {
+        ::MoveWindow(m_hEdit, rect.left, rect.top, rect.right - rect.left, rect.bottom - rect.top, TRUE);
+    }
 
 private:
     HMODULE m_hLibrary = nullptr;

@@ -17,6 +17,9 @@ public:
     /// A queued message, before the dialog manager sees it; true when the
     /// view's control took it (its own keys: copy, arrows, Page Down).
     virtual bool PreTranslateMessage(MSG& msg) = 0;
+    /// The dialog's DPI changed: the view moves to rect (pixels of the
+    /// dialog's client area) and draws its content for dpi.
+    virtual void SetBounds(const RECT& rect, UINT dpi) = 0;
 };
 
 enum class ReportViewKind

@@ -15,6 +15,7 @@
 #define COBJMACROS
 #include <windows.h>
 
+#include <docobj.h>
 #include <exdisp.h>
 #include <mshtml.h>
 #include <ole2.h>
@@ -318,6 +319,8 @@ public:
             return &m_Active;
         if (riid == IID_IDispatch)
             return &m_Dispatch;
+        if (riid == IID_IOleCommandTarget)
+            return &m_Commands;
         // Not IWebBrowser2: the view is to use the automation interface.
         return nullptr;
     }
@@ -467,6 +470,19 @@ private:
         return S_FALSE;
     }
 
+    // IOleCommandTarget: the optical zoom, which the real control takes
+    // once it shows a document.
+    static HRESULT STDMETHODCALLTYPE Exec(IOleCommandTarget* pThis, const GUID* pGroup, DWORD nCommand, DWORD,
+                                          VARIANT* pIn, VARIANT*)
+    {
+        if (pGroup != nullptr || nCommand != OLECMDID_OPTICAL_ZOOM || pIn == nullptr || pIn->vt != VT_I4)
+            return OLECMDERR_E_NOTSUPPORTED;
+        if (Self(pThis)->m_pDocument == nullptr)
+            return OLECMDERR_E_DISABLED;
+        Log("zoom %ld", static_cast<long>(pIn->lVal));
+        return S_OK;
+    }
+
     // IDispatch: Navigate (104) and Document (203), as CWnd::InvokeHelper
     // makes them.
     static HRESULT STDMETHODCALLTYPE Invoke(IDispatch* pThis, DISPID id, REFIID, LCID, WORD wFlags,
@@ -546,6 +562,16 @@ private:
         }();
         return &vtbl;
     }
+    static const IOleCommandTargetVtbl* CommandsVtbl()
+    {
+        static const IOleCommandTargetVtbl vtbl = []
+        {
+            auto v = UnknownVtbl<IOleCommandTarget, IOleCommandTargetVtbl>();
+            v.Exec = &Exec;
+            return v;
+        }();
+        return &vtbl;
+    }
     static const IDispatchVtbl* DispatchVtbl()
     {
         static const IDispatchVtbl vtbl = []
@@ -561,6 +587,7 @@ private:
     Face m_InPlace{InPlaceVtbl(), this};
     Face m_Active{ActiveVtbl(), this};
     Face m_Dispatch{DispatchVtbl(), this};
+    Face m_Commands{CommandsVtbl(), this};
     IOleClientSite* m_pSite = nullptr;
     HWND m_hWnd = nullptr;
     Document* m_pDocument = nullptr;

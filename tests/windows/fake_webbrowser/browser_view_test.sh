@@ -7,9 +7,10 @@
 # classes (HKCU\Software\Classes) when it creates an object.
 #
 # usage: wine_xvfb_run.sh <own prefix> browser_view_test.sh <rig_inspector.exe> <fake_webbrowser.dll>
-# Run 1, both classes registered: the report goes through the control, every
-# loaded stream is whole and well formed, scrolling goes to the bottom, and
-# keys reach the control through TranslateAccelerator. Run 2, the document
+# The screen is at 150 % (LogPixels 144). Run 1, both classes registered: the
+# report goes through the control, zoomed to 150 %, every loaded stream is
+# whole and well formed, scrolling goes to the bottom, and keys reach the
+# control through TranslateAccelerator. Run 2, the document
 # class not creatable: the RichEdit view, the control never activated.
 set -eu
 EXE=$(realpath "$1")
@@ -65,6 +66,12 @@ leave() {
 count() { grep -c "$1" "$LOG/events.log" 2>/dev/null || true; }
 at_least() { [ "$(count "$1")" -ge "$2" ]; }
 
+# The prefix is the test's own, so its DPI is set before its first window;
+# the wineserver restarts so that every process reads it.
+wine reg add 'HKCU\Control Panel\Desktop' /v LogPixels /t REG_DWORD /d 144 /f >/dev/null 2>&1
+wineserver -k
+wineserver -w
+
 # Run 1: the browser path.
 register "$BROWSER"
 register "$DOCUMENT"
@@ -80,6 +87,10 @@ leave
 
 grep -q '^doverb -5$' "$LOG/events.log" || fail "the control was not activated in place"
 grep -q '^navigate about:blank$' "$LOG/events.log" || fail "no navigation to about:blank"
+# The view is the template's 206 x 256 dialog units at 150 %, and the page
+# is zoomed to match (the control draws at 96 DPI unless told).
+grep -qE '^window (5[0-9][0-9]) (6[0-9][0-9])$' "$LOG/events.log" || fail "the view is not sized for 150 %"
+[ "$(grep '^zoom ' "$LOG/events.log" | sort -u)" = "zoom 150" ] || fail "the page is not zoomed to 150 %"
 # The header was rendered while the control had no document yet.
 sed -n '/^navigate/,/^document ready/p' "$LOG/events.log" | grep -q '^document none' ||
     fail "nothing was rendered before the document existed"
