@@ -106,7 +106,8 @@ private:
     HWND m_hWnd = nullptr;
     /// The template's controls (the report view apart) with their windows.
     std::vector<std::pair<HWND, const DialogControlTemplate*>> m_Layout;
-    /// The font and icons made for a DPI other than the one the dialog was created at.
+    /// The template's font as made at the last DPI change, and the icons for
+    /// the window's DPI; the dialog's own.
     HFONT m_hFont = nullptr;
     HICON m_hBigIcon = nullptr;
     HICON m_hSmallIcon = nullptr;
