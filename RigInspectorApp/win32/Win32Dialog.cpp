@@ -3,7 +3,9 @@
 #include <mmsystem.h>
 
 #include "RigInspectorApp/MinimisedIcon.h"
+#include "Win32Dpi.h"
 #include "Win32ReportView.h"
+#include "resource.h"
 #include "share/common/Assert.h"
 
 namespace
@@ -147,10 +149,16 @@ Win32DialogWindow::~Win32DialogWindow()
 {
     if (m_hWnd != nullptr)
         ::DestroyWindow(m_hWnd);
+    if (m_hFont != nullptr)
+        ::DeleteObject(m_hFont);
+    for (HICON hIcon : {m_hBigIcon, m_hSmallIcon})
+        if (hIcon != nullptr)
+            ::DestroyIcon(hIcon);
 }
 
 bool Win32DialogWindow::Create(HINSTANCE hInstance)
 {
+    m_hInstance = hInstance;
     const std::vector<WORD> bytes = BuildDialogTemplate(m_Template);
     const HWND hWnd = ::CreateDialogIndirectParamW(hInstance, reinterpret_cast<LPCDLGTEMPLATEW>(bytes.data()),
                                                    nullptr, &DialogProc, reinterpret_cast<LPARAM>(this));
@@ -195,7 +203,10 @@ INT_PTR Win32DialogWindow::OnMessage(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_PAINT:
         return PaintMinimised() ? TRUE : FALSE;
     case WM_QUERYDRAGICON:
-        return reinterpret_cast<INT_PTR>(m_hIcon);
+        return reinterpret_cast<INT_PTR>(m_hBigIcon != nullptr ? m_hBigIcon : m_hIcon);
+    case WM_DPICHANGED:
+        OnDpiChanged(HIWORD(wParam), *reinterpret_cast<const RECT*>(lParam));
+        return TRUE;
     case WM_DESTROY:
         m_pReportView.reset();
         m_pDetailsView.reset();
@@ -207,10 +218,18 @@ INT_PTR Win32DialogWindow::OnMessage(UINT message, WPARAM wParam, LPARAM lParam)
 
 void Win32DialogWindow::OnInitDialog()
 {
+    TakeOverDialogDpiScaling(m_hWnd);
     if (m_hIcon != nullptr)
+        SetIcons(WindowDpi(m_hWnd));
+    // The dialog manager puts each control last, so the children come in
+    // the template's order; the ones made here follow them.
+    HWND hChild = ::GetWindow(m_hWnd, GW_CHILD);
+    for (const DialogControlTemplate& control : m_Template.controls)
     {
-        ::SendMessageW(m_hWnd, WM_SETICON, ICON_BIG, reinterpret_cast<LPARAM>(m_hIcon));
-        ::SendMessageW(m_hWnd, WM_SETICON, ICON_SMALL, reinterpret_cast<LPARAM>(m_hIcon));
+        if (control.kind == DialogControlTemplate::Kind::ReportView || hChild == nullptr)
+            continue;
+        m_Layout.emplace_back(hChild, &control);
+        hChild = ::GetWindow(hChild, GW_HWNDNEXT);
     }
     for (const DialogControlTemplate& control : m_Template.controls)
     {
@@ -240,6 +259,55 @@ void Win32DialogWindow::OnInitDialog()
     m_Logic.OnInitDialog();
 }
 
+void Win32DialogWindow::SetIcons(UINT dpi)
+{
+    // Each at the size the system draws it at this DPI, not one scaled.
+    const HICON hBig = LoadIconForDpi(m_hInstance, IDR_MAINFRAME, false, dpi);
+    const HICON hSmall = LoadIconForDpi(m_hInstance, IDR_MAINFRAME, true, dpi);
+    ::SendMessageW(m_hWnd, WM_SETICON, ICON_BIG, reinterpret_cast<LPARAM>(hBig != nullptr ? hBig : m_hIcon));
+    ::SendMessageW(m_hWnd, WM_SETICON, ICON_SMALL,
+                   reinterpret_cast<LPARAM>(hSmall != nullptr ? hSmall : m_hIcon));
+    for (HICON hOld : {m_hBigIcon, m_hSmallIcon})
+        if (hOld != nullptr)
+            ::DestroyIcon(hOld);
+    m_hBigIcon = hBig;
+    m_hSmallIcon = hSmall;
+}
+
+void Win32DialogWindow::OnDpiChanged(UINT dpi, const RECT& suggested)
+{
+    const HFONT hFont = CreateDialogFont(m_Template.nFontPointSize, dpi);
+    if (hFont == nullptr)
+        return;
+    const SIZE units = DialogBaseUnits(hFont);
+    ::SetWindowPos(m_hWnd, nullptr, suggested.left, suggested.top, suggested.right - suggested.left,
+                   suggested.bottom - suggested.top, SWP_NOZORDER | SWP_NOACTIVATE);
+    for (const auto& [hControl, pControl] : m_Layout)
+    {
+        const RECT rect = DialogRectToPixels(pControl->x, pControl->y, pControl->cx, pControl->cy, units);
+        ::MoveWindow(hControl, rect.left, rect.top, rect.right - rect.left, rect.bottom - rect.top, TRUE);
+        ::SendMessageW(hControl, WM_SETFONT, reinterpret_cast<WPARAM>(hFont), TRUE);
+    }
+    for (const DialogControlTemplate& control : m_Template.controls)
+    {
+        if (control.kind != DialogControlTemplate::Kind::ReportView)
+            continue;
+        if (m_pReportView)
+            m_pReportView->SetBounds(DialogRectToPixels(control.x, control.y, control.cx, control.cy, units),
+                                     dpi);
+        if (m_pDetailsView)
+            m_pDetailsView->OnDialogDpiChanged(
+                DialogRectToPixels(90, control.y + control.cy + 5, 44, 16, units), hFont);
+    }
+    // The controls hold the new font now; the old one is no longer drawn with.
+    if (m_hFont != nullptr)
+        ::DeleteObject(m_hFont);
+    m_hFont = hFont;
+    if (m_hIcon != nullptr)
+        SetIcons(dpi);
+    ::InvalidateRect(m_hWnd, nullptr, TRUE);
+}
+
 bool Win32DialogWindow::PaintMinimised()
 {
     if (!::IsIconic(m_hWnd) || m_hIcon == nullptr)
@@ -252,7 +320,7 @@ bool Win32DialogWindow::PaintMinimised()
     const IconOrigin origin =
         MinimisedIconOrigin(client.right - client.left, client.bottom - client.top,
                             ::GetSystemMetrics(SM_CXICON), ::GetSystemMetrics(SM_CYICON));
-    ::DrawIcon(hdc, origin.x, origin.y, m_hIcon);
+    ::DrawIcon(hdc, origin.x, origin.y, m_hBigIcon != nullptr ? m_hBigIcon : m_hIcon);
     ::EndPaint(m_hWnd, &ps);
     return true;
 }
@@ -261,6 +329,11 @@ IControl* Win32DialogWindow::GetDlgItem(int nId)
 {
     const auto it = m_Controls.find(nId);
     return it == m_Controls.end() ? nullptr : it->second.get();
+}
+
+bool Win32DialogWindow::PreTranslateMessage(MSG& msg)
+{
+    return m_pReportView && m_pReportView->PreTranslateMessage(msg);
 }
 
 IReportView* Win32DialogWindow::GetReportView()
@@ -286,6 +359,16 @@ Win32DetailsView::~Win32DetailsView()
 {
     if (m_hWindow != nullptr && ::IsWindow(m_hWindow))
         ::DestroyWindow(m_hWindow);
+    if (m_hFont != nullptr)
+        ::DeleteObject(m_hFont);
+}
+
+void Win32DetailsView::OnDialogDpiChanged(const RECT& rect, HFONT hFont)
+{
+    if (m_hButton == nullptr)
+        return;
+    ::MoveWindow(m_hButton, rect.left, rect.top, rect.right - rect.left, rect.bottom - rect.top, TRUE);
+    ::SendMessageW(m_hButton, WM_SETFONT, reinterpret_cast<WPARAM>(hFont), TRUE);
 }
 
 void Win32DetailsView::SetDetails(const std::vector<DetailSection>& sections)
@@ -315,19 +398,36 @@ void Win32DetailsView::SetDetails(const std::vector<DetailSection>& sections)
 namespace
 {
 constexpr wchar_t kDetailsClass[] = L"RigInspectorDetails";
+} // namespace
 
-// The details window keeps its read-only text filling it as it is sized.
-LRESULT CALLBACK DetailsWindowProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam)
+// The details window keeps its read-only text filling it as it is sized, and
+// its size and font right for the monitor it is on.
+LRESULT CALLBACK Win32DetailsView::WindowProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam)
 {
+    auto* pThis = reinterpret_cast<Win32DetailsView*>(::GetWindowLongPtrW(hWnd, GWLP_USERDATA));
     if (message == WM_SIZE)
     {
         if (const HWND hText = ::GetWindow(hWnd, GW_CHILD))
             ::MoveWindow(hText, 0, 0, LOWORD(lParam), HIWORD(lParam), TRUE);
         return 0;
     }
+    if (message == WM_DPICHANGED && pThis != nullptr)
+    {
+        const UINT dpi = HIWORD(wParam);
+        if (const HFONT hFont = ScaleFont(pThis->m_hFont, pThis->m_FontDpi, dpi))
+        {
+            ::SendMessageW(pThis->GetText(), WM_SETFONT, reinterpret_cast<WPARAM>(hFont), TRUE);
+            ::DeleteObject(pThis->m_hFont);
+            pThis->m_hFont = hFont;
+            pThis->m_FontDpi = dpi;
+        }
+        const RECT& r = *reinterpret_cast<const RECT*>(lParam);
+        ::SetWindowPos(hWnd, nullptr, r.left, r.top, r.right - r.left, r.bottom - r.top,
+                       SWP_NOZORDER | SWP_NOACTIVATE);
+        return 0;
+    }
     return ::DefWindowProcW(hWnd, message, wParam, lParam);
 }
-} // namespace
 
 void Win32DetailsView::OpenWindow()
 {
@@ -337,23 +437,33 @@ void Win32DetailsView::OpenWindow()
     {
         const HINSTANCE hInstance = ::GetModuleHandleW(nullptr);
         WNDCLASSW wc{};
-        wc.lpfnWndProc = &DetailsWindowProc;
+        wc.lpfnWndProc = &WindowProc;
         wc.hInstance = hInstance;
         wc.hCursor = ::LoadCursorW(nullptr, IDC_ARROW);
         wc.lpszClassName = kDetailsClass;
         ::RegisterClassW(&wc); // fails harmlessly once registered
+        // 480 by 240 at 96 DPI, on the dialog's monitor.
+        const UINT dpi = WindowDpi(m_hButton);
         m_hWindow =
             ::CreateWindowExW(0, kDetailsClass, L"Rig Inspector Details", WS_OVERLAPPEDWINDOW, CW_USEDEFAULT,
-                              CW_USEDEFAULT, 480, 240, nullptr, nullptr, hInstance, nullptr);
+                              CW_USEDEFAULT, ::MulDiv(480, static_cast<int>(dpi), 96),
+                              ::MulDiv(240, static_cast<int>(dpi), 96), nullptr, nullptr, hInstance, nullptr);
         if (m_hWindow == nullptr)
             return;
+        ::SetWindowLongPtrW(m_hWindow, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
         RECT client;
         ::GetClientRect(m_hWindow, &client);
         const HWND hText = ::CreateWindowExW(
             0, L"EDIT", L"", WS_CHILD | WS_VISIBLE | WS_VSCROLL | ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL,
             0, 0, client.right, client.bottom, m_hWindow, nullptr, hInstance, nullptr);
-        if (const HWND hButton = m_hButton)
-            ::SendMessageW(hText, WM_SETFONT, ::SendMessageW(::GetParent(hButton), WM_GETFONT, 0, 0), FALSE);
+        // A font of its own: the dialog's may be replaced while this window lives.
+        if (m_hFont == nullptr && m_hButton != nullptr)
+        {
+            m_hFont =
+                ScaleFont(reinterpret_cast<HFONT>(::SendMessageW(m_hButton, WM_GETFONT, 0, 0)), dpi, dpi);
+            m_FontDpi = dpi;
+        }
+        ::SendMessageW(hText, WM_SETFONT, reinterpret_cast<WPARAM>(m_hFont), FALSE);
     }
     ::SetWindowTextW(GetText(), m_Text.c_str());
     ::ShowWindow(m_hWindow, SW_SHOW);
@@ -435,9 +545,10 @@ bool Win32Toolkit::PumpWaitingMessages()
 void Win32Toolkit::DispatchDialogMessage(MSG& msg)
 {
     const HWND hRoot = msg.hwnd != nullptr ? ::GetAncestor(msg.hwnd, GA_ROOT) : nullptr;
-    for (const Win32DialogWindow* pWindow : m_ModalStack)
+    for (Win32DialogWindow* pWindow : m_ModalStack)
     {
-        if (pWindow->GetHwnd() == hRoot && !pWindow->IsEnded() && ::IsDialogMessageW(hRoot, &msg))
+        if (pWindow->GetHwnd() == hRoot && !pWindow->IsEnded() &&
+            (pWindow->PreTranslateMessage(msg) || ::IsDialogMessageW(hRoot, &msg)))
             return;
     }
     ::TranslateMessage(&msg);
