@@ -175,6 +175,24 @@ std::wstring WriteTemporary(const SplitPath& target, const std::string& content,
     return std::wstring();
 }
 
+/// Whether the file can be renamed away now, as ReplaceFileW must: not while
+/// another process holds it open without delete sharing. Asked first because
+/// Wine's ReplaceFileW, refused, leaves a file of its own ("rf*.tmp") in the
+/// folder.
+bool CanBeRenamedAway(const std::wstring& target, DWORD& error)
+{
+    const HANDLE file = ::CreateFileW(target.c_str(), DELETE | SYNCHRONIZE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+    {
+        error = ::GetLastError();
+        return false;
+    }
+    ::CloseHandle(file);
+    return true;
+}
+
 /// The last way to change a file that cannot be replaced: over itself. Room
 /// for the new content is taken first, so a full disk fails the write with
 /// the old content whole, and the bytes are locked while they change, so
@@ -333,13 +351,15 @@ bool WriteWholeFile(const std::string& path, const std::string& content, tstring
     const std::wstring temp = WriteTemporary(parts, content, error);
     if (!temp.empty())
     {
-        if (bExisted && ::ReplaceFileW(target.c_str(), temp.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS,
-                                       nullptr, nullptr))
+        error = 0;
+        if (bExisted && CanBeRenamedAway(target, error) &&
+            ::ReplaceFileW(target.c_str(), temp.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr,
+                           nullptr))
             return true;
         // Refused (a file system without it, a file open without delete
         // sharing), or the old file already gone with the new one still
         // under its temporary name: a plain rename over it is the next best.
-        if (bExisted)
+        if (bExisted && error == 0)
             error = ::GetLastError();
         if (::MoveFileExW(temp.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
             return true;
