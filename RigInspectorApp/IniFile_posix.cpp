@@ -269,6 +269,7 @@ bool WriteWholeFile(const std::string& path, const std::string& content, tstring
         why = u"it is a symbolic link to nowhere";
         return false;
     }
+    RemoveLeftovers(target);
     struct stat st
     {
     };
@@ -278,7 +279,6 @@ bool WriteWholeFile(const std::string& path, const std::string& content, tstring
         why = NotAFile(st.st_mode);
         return false;
     }
-    RemoveLeftovers(target);
     const DeferredTermination deferred;
     int error = 0;
     if (ReplaceByRename(target, content, bExisted ? &st : nullptr, error))

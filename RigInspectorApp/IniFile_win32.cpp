@@ -332,6 +332,8 @@ bool WriteWholeFile(const std::string& path, const std::string& content, tstring
         why = ErrorText(error);
         return false;
     }
+    const SplitPath parts = Split(target);
+    RemoveLeftovers(parts);
     const DWORD attributes = ::GetFileAttributesW(target.c_str());
     const bool bExisted = attributes != INVALID_FILE_ATTRIBUTES;
     if (bExisted && (attributes & FILE_ATTRIBUTE_DIRECTORY))
@@ -346,8 +348,6 @@ bool WriteWholeFile(const std::string& path, const std::string& content, tstring
         why = u"it is read-only";
         return false;
     }
-    const SplitPath parts = Split(target);
-    RemoveLeftovers(parts);
     const std::wstring temp = WriteTemporary(parts, content, error);
     if (!temp.empty())
     {
