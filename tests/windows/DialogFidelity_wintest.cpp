@@ -1,7 +1,8 @@
-// The two dialogs as the templates make them on a (Wine) desktop: the font
-// is set by DS_SETFONT alone, so "MS Shell Dlg" is the face the dialog units
-// come from (DS_SHELLFONT's DS_FIXEDSYS would swap in another), and only the
-// main dialog carries the application's icon.
+// The two dialogs as the templates make them: the font is set by DS_SETFONT
+// alone, so "MS Shell Dlg" is the face the dialog units come from
+// (DS_SHELLFONT's DS_FIXEDSYS would swap in another on Windows; Wine shows
+// no difference, so the template's bits are read), and on a (Wine) desktop
+// only the main dialog carries the application's icon.
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -39,15 +40,6 @@ TemplateHeader ReadHeader(const std::vector<WORD>& words)
     return header;
 }
 
-std::u16string FontFace(HWND hWnd)
-{
-    LOGFONTW font{};
-    const auto hFont = reinterpret_cast<HFONT>(::SendMessageW(hWnd, WM_GETFONT, 0, 0));
-    if (hFont == nullptr || ::GetObjectW(hFont, sizeof font, &font) == 0)
-        return u"";
-    return reinterpret_cast<const char16_t*>(font.lfFaceName);
-}
-
 TEST(DialogFidelity, FontSetByDsSetFontAndTheIconOnTheMainDialogOnly)
 {
     const HICON hIcon = ::LoadIconW(nullptr, reinterpret_cast<LPCWSTR>(IDI_APPLICATION));
@@ -68,7 +60,6 @@ TEST(DialogFidelity, FontSetByDsSetFontAndTheIconOnTheMainDialogOnly)
         dlg.m_OnInit = [&](ProbeDialog& d)
         {
             const HWND hWnd = d.m_pWindow->GetHwnd();
-            EXPECT_EQ(FontFace(hWnd), u"MS Shell Dlg");
             const auto big = reinterpret_cast<HICON>(::SendMessageW(hWnd, WM_GETICON, ICON_BIG, 0));
             const auto small = reinterpret_cast<HICON>(::SendMessageW(hWnd, WM_GETICON, ICON_SMALL, 0));
             EXPECT_EQ(big, bMain ? hIcon : nullptr);

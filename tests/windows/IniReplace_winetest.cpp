@@ -171,7 +171,7 @@ TEST_F(GameFolders, RefusedWritesLeaveTheFileAndNoTemporary)
 // Another process has the file open. Its sharing decides, and each way is
 // clean: with delete sharing the file is replaced; with write sharing but no
 // delete it is rewritten in place (the holder only reads); a holder that
-// writes, or shares nothing, makes it a failure with the file untouched.
+// writes, or shares reading only, makes it a failure with the file untouched.
 TEST_F(GameFolders, AFileHeldOpenIsReplacedRewrittenOrLeftWhole)
 {
     const std::string before = "[audio]\r\nvolume=7\r\n[video]\r\nshadow=0\r\n";
@@ -183,8 +183,10 @@ TEST_F(GameFolders, AFileHeldOpenIsReplacedRewrittenOrLeftWhole)
         const wchar_t* share;
         bool bWritten;
     } cases[] = {
-        {L"r", L"rwd", true}, {L"r", L"rw", true}, {L"rw", L"rw", false},
-        {L"r", L"r", false},  {L"r", L"-", false},
+        {L"r", L"rwd", true},
+        {L"r", L"rw", true},
+        {L"rw", L"rw", false},
+        {L"r", L"r", false},
     };
     for (const auto& c : cases)
     {
