@@ -133,7 +133,9 @@ bool GetVideoMemory(std::uint32_t& total, std::uint32_t& free)
 bool GetSystemMemory(std::uint32_t& total, std::uint32_t& available)
 {
     MEMORYSTATUS status{};
-    status.dwLength = sizeof(status);
+    // The record's size in a 32-bit process, as the analyzer always filled it
+    // in; GlobalMemoryStatus sets the field itself and reads nothing from it.
+    status.dwLength = 32;
     ::GlobalMemoryStatus(&status);
     total = BytesToReportMegabytes(status.dwTotalPhys);
     available = BytesToReportMegabytes(status.dwAvailPhys);

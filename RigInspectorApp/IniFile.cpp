@@ -423,3 +423,8 @@ tstring DescribeUnreadableProfile(const std::string& path)
     const ini_io::ReadResult file = ini_io::ReadWholeFile(path);
     return file.status == ini_io::ReadStatus::Unreadable ? file.why : tstring();
 }
+
+std::string FullProfilePath(const std::string& path)
+{
+    return ini_io::FullPath(path);
+}

@@ -68,7 +68,9 @@ DWORD ControlStyle(const DialogControlTemplate& control, WORD& windowClass)
 
 std::vector<WORD> BuildDialogTemplate(const DialogTemplate& t)
 {
-    DWORD style = WS_POPUP | WS_CAPTION | DS_MODALFRAME | DS_SHELLFONT | DS_CENTER;
+    // DS_SETFONT alone: DS_SHELLFONT adds DS_FIXEDSYS, which swaps "MS Shell
+    // Dlg" for the shell's own font and so changes every dialog unit.
+    DWORD style = WS_POPUP | WS_CAPTION | DS_MODALFRAME | DS_SETFONT | DS_CENTER;
     if (t.bCloseBox)
         style |= WS_SYSMENU;
     if (t.bMainWindow)
@@ -503,7 +505,9 @@ int Win32Toolkit::RunModal(CDialogLogic& dlg)
 {
     const DialogTemplate* pTemplate = FindDialogTemplate(dlg.GetTemplateId());
     ZUL_ASSERT(pTemplate != nullptr);
-    Win32DialogWindow window(dlg, *pTemplate, m_hIcon);
+    // Only the main dialog sets the application's icon on itself; the graphic
+    // configuration keeps the system's.
+    Win32DialogWindow window(dlg, *pTemplate, pTemplate->bMainWindow ? m_hIcon : nullptr);
     m_ModalStack.push_back(&window);
     int nResult = -1;
     if (window.Create(m_hInstance))

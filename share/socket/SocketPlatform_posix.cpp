@@ -98,6 +98,11 @@ SocketHandle Open(SocketKind kind)
     return ::socket(AF_INET, type | SOCK_CLOEXEC, 0);
 }
 
+SocketHandle OpenPlain(SocketKind kind)
+{
+    return Open(kind);
+}
+
 bool Close(SocketHandle hSocket)
 {
     return ::close(hSocket) == 0;

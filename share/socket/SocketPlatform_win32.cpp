@@ -1,5 +1,6 @@
 // Winsock 2 form of the socket library's platform layer.
 #include "SocketPlatform.h"
+#include "WinsockStartup_win32.h"
 
 #include <chrono>
 #include <cstring>
@@ -96,6 +97,13 @@ SocketHandle Open(SocketKind kind)
     const int type = kind == SocketKind::Stream ? SOCK_STREAM : SOCK_DGRAM;
     const int protocol = kind == SocketKind::Stream ? IPPROTO_TCP : IPPROTO_UDP;
     return NotInherited(::socket(AF_INET, type, protocol));
+}
+
+// socket() makes overlapped sockets; WSASocketW without flags makes a plain one.
+SocketHandle OpenPlain(SocketKind kind)
+{
+    const int type = kind == SocketKind::Stream ? SOCK_STREAM : SOCK_DGRAM;
+    return NotInherited(::WSASocketW(AF_INET, type, 0, nullptr, 0, 0));
 }
 
 bool Close(SocketHandle hSocket)
@@ -326,10 +334,25 @@ bool UpdateConnectContext(SocketHandle hSocket)
     return ::setsockopt(hSocket, SOL_SOCKET, SO_UPDATE_CONNECT_CONTEXT, nullptr, 0) == 0;
 }
 
+bool StartWinsock(WsaStartupCall startup, WsaCleanupCall cleanup)
+{
+    // Version 2.0, asked for and checked as Winsock's rules have it: a
+    // system that can only grant something else has still started, and is
+    // undone.
+    WSADATA data{};
+    if (startup(MAKEWORD(2, 0), &data) != 0)
+        return false;
+    if (LOBYTE(data.wVersion) != 2 || HIBYTE(data.wVersion) != 0)
+    {
+        cleanup();
+        return false;
+    }
+    return true;
+}
+
 bool Startup()
 {
-    WSADATA data{};
-    return ::WSAStartup(MAKEWORD(2, 2), &data) == 0;
+    return StartWinsock(&::WSAStartup, &::WSACleanup);
 }
 
 void Cleanup()
