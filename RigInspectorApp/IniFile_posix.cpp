@@ -99,7 +99,8 @@ public:
         sigemptyset(&remember.sa_mask);
         for (std::size_t i = 0; i < kSignals.size(); ++i)
         {
-            m_bSwapped[i] = ::sigaction(kSignals[i], nullptr, &m_Old[i]) == 0 && m_Old[i].sa_handler != SIG_IGN &&
+            m_bSwapped[i] = ::sigaction(kSignals[i], nullptr, &m_Old[i]) == 0 &&
+                            m_Old[i].sa_handler != SIG_IGN &&
                             ::sigaction(kSignals[i], &remember, nullptr) == 0;
         }
     }
@@ -183,7 +184,7 @@ bool RewriteInPlace(const std::string& target, const std::string& content, int& 
 }
 } // namespace
 
-ReadResult ReadWholeFile(const std::string& path)
+ReadResult ReadWholeFile(const std::string& path, std::size_t spare)
 {
     ReadResult result;
     // Without O_NONBLOCK a FIFO put in the file's place would hold the open
@@ -207,6 +208,9 @@ ReadResult ReadWholeFile(const std::string& path)
         result.why = u"it is larger than 16 MiB";
     else
         result.status = ReadStatus::Ok;
+    // Sized once: growing by doubling would hold twice the file for a moment.
+    if (result.status == ReadStatus::Ok)
+        result.bytes.reserve(static_cast<std::size_t>(st.st_size) + spare);
     char buffer[65536];
     while (result.status == ReadStatus::Ok)
     {
