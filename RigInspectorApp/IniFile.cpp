@@ -56,8 +56,8 @@ struct Line
     bool isSection = false;
     bool isKey = false;
     bool isBlank = false;       // nothing but blanks
-    std::size_t nameBegin = 0;  // section name or key, trimmed
-    std::size_t nameEnd = 0;    //
+    std::size_t nameBegin = 0;  // the section name or key, trimmed: its first byte
+    std::size_t nameEnd = 0;    // and one past its last
     std::size_t valueStart = 0; // the first byte after '=' and its blanks
 };
 
