@@ -170,6 +170,11 @@ std::size_t FindUnit(const Document& doc, std::size_t from, std::size_t to, char
 
 void Classify(const Document& doc, Line& line)
 {
+    if (line.begin == line.end)
+    {
+        line.isBlank = true;
+        return;
+    }
     const std::size_t unit = UnitBytes(doc.encoding);
     const std::size_t first = SkipBlanks(doc, line.begin, line.end);
     const std::size_t last = DropTrailingBlanks(doc, first, line.end);
@@ -265,8 +270,18 @@ template <class Visit> void ForEachLine(const Document& doc, Visit visit)
         Line line;
         line.begin = pos;
         std::size_t i = pos;
-        while (i < doc.limit && UnitAt(doc, i) != u'\r' && UnitAt(doc, i) != u'\n')
-            i += unit;
+        if (doc.encoding == Encoding::Utf8)
+        {
+            // The common case, byte by byte without decoding.
+            const char* const bytes = doc.bytes.data();
+            while (i < doc.limit && bytes[i] != '\r' && bytes[i] != '\n')
+                ++i;
+        }
+        else
+        {
+            while (i < doc.limit && UnitAt(doc, i) != u'\r' && UnitAt(doc, i) != u'\n')
+                i += unit;
+        }
         line.end = i;
         if (i < doc.limit && UnitAt(doc, i) == u'\r')
             i += unit;
