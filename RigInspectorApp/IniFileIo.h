@@ -30,7 +30,8 @@ struct ReadResult
 
 /// The whole file, if it is a regular file of at most kMaxFileBytes. Anything
 /// else (a FIFO, a device, a directory) is refused at once, never waited on.
-ReadResult ReadWholeFile(const std::string& path);
+/// The bytes have room for spare more, so an edit never copies the file.
+ReadResult ReadWholeFile(const std::string& path, std::size_t spare = 0);
 
 /// Gives path the content: by replacing the file in one step where its
 /// folder allows a new file beside it, in place where only the file itself

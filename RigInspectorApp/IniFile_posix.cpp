@@ -210,7 +210,7 @@ bool RewriteInPlace(const std::string& target, const std::string& content, int& 
 }
 } // namespace
 
-ReadResult ReadWholeFile(const std::string& path)
+ReadResult ReadWholeFile(const std::string& path, std::size_t spare)
 {
     ReadResult result;
     // Without O_NONBLOCK a FIFO put in the file's place would hold the open
@@ -234,6 +234,9 @@ ReadResult ReadWholeFile(const std::string& path)
         result.why = u"it is larger than 16 MiB";
     else
         result.status = ReadStatus::Ok;
+    // Sized once: growing by doubling would hold twice the file for a moment.
+    if (result.status == ReadStatus::Ok)
+        result.bytes.reserve(static_cast<std::size_t>(st.st_size) + spare);
     char buffer[65536];
     while (result.status == ReadStatus::Ok)
     {

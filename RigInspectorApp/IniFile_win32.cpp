@@ -244,7 +244,7 @@ bool RewriteInPlace(const std::wstring& target, const std::string& content, DWOR
 }
 } // namespace
 
-ReadResult ReadWholeFile(const std::string& path)
+ReadResult ReadWholeFile(const std::string& path, std::size_t spare)
 {
     ReadResult result;
     const std::wstring wide = WidePath(path);
@@ -288,6 +288,7 @@ ReadResult ReadWholeFile(const std::string& path)
     {
         // An overlapped handle reads at the offset given, synchronously
         // waited for here.
+        result.bytes.reserve(static_cast<std::size_t>(size.QuadPart) + spare);
         result.bytes.resize(static_cast<std::size_t>(size.QuadPart));
         std::size_t done = 0;
         while (done < result.bytes.size())

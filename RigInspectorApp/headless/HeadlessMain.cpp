@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -31,12 +32,22 @@ constexpr int kExitOutputFailed = 3;
 // --accept was given and ../game/option.ini could not be written.
 constexpr int kExitOptionsFailed = 4;
 
+/// A write that fails part way (a full disk) leaves no cut or empty file: what
+/// it wrote is removed. Only a regular file is, never a device or the link
+/// that leads to one (--report /dev/stdout).
 bool WriteFile(const std::string& path, const std::string& content)
 {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (!out.is_open())
+        return false;
     out << content;
     out.close();
-    return static_cast<bool>(out);
+    if (out)
+        return true;
+    std::error_code ignored;
+    if (std::filesystem::symlink_status(path, ignored).type() == std::filesystem::file_type::regular)
+        std::filesystem::remove(path, ignored);
+    return false;
 }
 
 bool WriteFd(int fd, const std::string& content)
@@ -65,8 +76,8 @@ int main(int argc, char** argv)
         "Rig Inspector v1.1: checks this PC and its network against Dunmore Nine's requirements.\n"
         "Reads ./rig_inspector.ini, prints the report as it is written, and exits with 0 when every\n"
         "check passed, 1 when any did not, 2 on a usage error, 3 when --report/--json could not\n"
-        "be written, 4 when --accept could not write ../game/option.ini. Diagnostics (what the\n"
-        "report does not say) are printed as warnings on standard error.",
+        "be written, 4 when --accept could not write ../game/option.ini (whatever else failed).\n"
+        "Diagnostics (what the report does not say) are printed as warnings on standard error.",
         "rig_inspector_cli"};
     std::string reportPath;
     std::string jsonPath;
@@ -178,8 +189,10 @@ int main(int argc, char** argv)
             status = kExitOutputFailed;
         }
     }
-    // The reason is among the warnings above.
-    if (bAccept && toolkit.GetOptionsWritten() == false && status != kExitOutputFailed)
+    // The reason is among the warnings above. It outranks a report or JSON
+    // that could not be written: those can be had again from another run,
+    // while the game's options are what --accept was for.
+    if (bAccept && toolkit.GetOptionsWritten() == false)
         status = kExitOptionsFailed;
     return status;
 }
