@@ -4,7 +4,12 @@
 // the three never disagree. Each check resets its record when it starts and
 // sets `ran` when it has written its verdict.
 #include <cstdint>
+#include <optional>
 #include <vector>
+
+#include "Connection.h"
+#include "Gpu.h"
+#include "PortOwners.h"
 
 #include "share/common/TString.h"
 
@@ -21,6 +26,7 @@ struct SystemResult
     std::uint32_t systemMemoryMb = 0;
     bool memoryPassed = false;
     std::uint64_t systemMemoryBytes = 0; // not saturated at 4 GiB as the report's figure is
+    std::optional<GpuInfo> gpu;          // the GPU by name, where the video probe found one
 };
 
 struct FirewallResult
@@ -65,8 +71,10 @@ struct UdpResult
     std::uint32_t badRoundTrip = 0;    // of those: tick or round trip 0 or below
     std::uint32_t duplicates = 0;      // valid pongs for a ping already answered
     bool pongPortBound = true;         // false: another program held port 20000
-    bool passed = false;               // nothing was lost
-    tstring failure;                   // what escaped the worker, if anything did
+    std::uint16_t pongPort = 0;
+    std::vector<PortOwner> pongPortOwners; // who held it, as far as the system says
+    bool passed = false;                   // nothing was lost
+    tstring failure;                       // what escaped the worker, if anything did
 };
 
 struct PortsResult
@@ -86,4 +94,5 @@ struct CheckResults
     TcpResult tcp;
     UdpResult udp;
     PortsResult ports;
+    std::optional<ConnectionInfo> connection; // the way to the UDP test's host
 };

@@ -5,11 +5,14 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -18,7 +21,43 @@
 
 #include "share/common/Clock.h"
 
-bool ReadDrmVideoMemory(const std::string& drmRoot, std::uint64_t& totalBytes, std::uint64_t& freeBytes)
+namespace
+{
+std::string ReadLine(const std::string& path)
+{
+    std::ifstream in(path);
+    std::string line;
+    std::getline(in, line);
+    return line;
+}
+
+/// The GPU's names from its sysfs device folder. An in-tree driver's version is
+/// the kernel's, unless the module states its own.
+GpuInfo DescribeDrmDevice(const std::string& device)
+{
+    GpuInfo gpu;
+    gpu.name = ReadLine(device + "product_name");
+    const std::string vendor = ReadLine(device + "vendor");
+    if (!vendor.empty())
+        gpu.vendor = GpuVendorName(static_cast<std::uint32_t>(std::strtoul(vendor.c_str(), nullptr, 16)));
+    char target[256] = {};
+    const ssize_t n = ::readlink((device + "driver").c_str(), target, sizeof target - 1);
+    if (n > 0)
+    {
+        const std::string link(target, static_cast<std::size_t>(n));
+        const std::string driver = link.substr(link.rfind('/') + 1);
+        std::string version = ReadLine("/sys/module/" + driver + "/version");
+        utsname system{};
+        if (version.empty() && ::uname(&system) == 0)
+            version = system.release;
+        gpu.driverVersion = version.empty() ? std::string() : driver + " " + version;
+    }
+    return gpu;
+}
+} // namespace
+
+bool ReadDrmVideoMemory(const std::string& drmRoot, std::uint64_t& totalBytes, std::uint64_t& freeBytes,
+                        GpuInfo* pGpu)
 {
     totalBytes = 0;
     freeBytes = 0;
@@ -51,6 +90,11 @@ bool ReadDrmVideoMemory(const std::string& drmRoot, std::uint64_t& totalBytes, s
             used = 0;
         totalBytes = total;
         freeBytes = total - used;
+        if (pGpu != nullptr)
+        {
+            *pGpu = DescribeDrmDevice(device);
+            pGpu->memoryBytes = total;
+        }
         return true;
     }
     return false;
@@ -108,6 +152,21 @@ private:
     void* m_pHandle;
 };
 
+/// The names a driver gives its GPU; plain arrays, as the child sends the record
+/// through a pipe.
+struct DriverGpu
+{
+    char name[128];
+    char driver[64];
+    std::uint32_t vendorId;
+    std::uint32_t integrated;
+};
+
+void CopyName(char (&to)[128], const char* from)
+{
+    std::snprintf(to, sizeof to, "%s", from);
+}
+
 // NVIDIA's management library, declared as its stable C interface.
 struct NvmlMemory
 {
@@ -117,7 +176,7 @@ struct NvmlMemory
 };
 using NvmlDevice = struct NvmlDeviceOpaque*;
 
-bool ReadNvmlVideoMemory(std::uint64_t& totalBytes, std::uint64_t& freeBytes)
+bool ReadNvmlVideoMemory(std::uint64_t& totalBytes, std::uint64_t& freeBytes, DriverGpu& gpu)
 {
     Library nvml("libnvidia-ml.so.1");
     const auto init = nvml.Get<int (*)()>("nvmlInit_v2");
@@ -125,6 +184,8 @@ bool ReadNvmlVideoMemory(std::uint64_t& totalBytes, std::uint64_t& freeBytes)
     const auto getCount = nvml.Get<int (*)(unsigned*)>("nvmlDeviceGetCount_v2");
     const auto getHandle = nvml.Get<int (*)(unsigned, NvmlDevice*)>("nvmlDeviceGetHandleByIndex_v2");
     const auto getMemory = nvml.Get<int (*)(NvmlDevice, NvmlMemory*)>("nvmlDeviceGetMemoryInfo");
+    const auto getName = nvml.Get<int (*)(NvmlDevice, char*, unsigned)>("nvmlDeviceGetName");
+    const auto getDriver = nvml.Get<int (*)(char*, unsigned)>("nvmlSystemGetDriverVersion");
     if (!init || !shutdown || !getCount || !getHandle || !getMemory || init() != 0)
         return false;
     bool ok = false;
@@ -136,6 +197,13 @@ bool ReadNvmlVideoMemory(std::uint64_t& totalBytes, std::uint64_t& freeBytes)
     {
         totalBytes = memory.total;
         freeBytes = memory.free;
+        gpu.vendorId = 0x10de;
+        char text[128] = {};
+        if (getName && getName(device, text, sizeof text - 1) == 0)
+            CopyName(gpu.name, text);
+        char version[64] = {};
+        if (getDriver && getDriver(version, sizeof version - 1) == 0)
+            std::snprintf(gpu.driver, sizeof gpu.driver, "%s", version);
         ok = true;
     }
     shutdown();
@@ -215,7 +283,7 @@ struct VkExtensionProperties
     std::uint32_t specVersion;
 };
 // VkPhysicalDeviceProperties is large; only its first five 32-bit fields are
-// read (apiVersion ... deviceType), from a buffer larger than the structure.
+// read (apiVersion ... deviceType) and the name after them, from a buffer larger than the structure.
 struct alignas(8) VkPhysicalDevicePropertiesBuffer
 {
     std::uint32_t apiVersion;
@@ -223,10 +291,32 @@ struct alignas(8) VkPhysicalDevicePropertiesBuffer
     std::uint32_t vendorID;
     std::uint32_t deviceID;
     std::int32_t deviceType;
+    char deviceName[256];
     unsigned char rest[4096];
 };
 
-bool ReadVulkanVideoMemory(std::uint64_t& totalBytes, std::uint64_t& freeBytes, bool& bSawIntegrated)
+/// A driver version as the vendor packs it into 32 bits.
+void FormatVulkanDriverVersion(char (&to)[64], std::uint32_t vendorId, std::uint32_t v)
+{
+    if (vendorId == 0x10de) // NVIDIA: 10.8.8.6 bits
+        std::snprintf(to, sizeof to, "%u.%u.%u.%u", v >> 22, (v >> 14) & 0xff, (v >> 6) & 0xff, v & 0x3f);
+    else // Mesa and the others: Vulkan's own 10.10.12 bits
+        std::snprintf(to, sizeof to, "%u.%u.%u", v >> 22, (v >> 12) & 0x3ff, v & 0xfff);
+}
+
+void NameVulkanDevice(DriverGpu& gpu, const VkPhysicalDevicePropertiesBuffer& properties, bool bIntegrated)
+{
+    const std::size_t length =
+        std::min(::strnlen(properties.deviceName, sizeof properties.deviceName), sizeof gpu.name - 1);
+    std::memcpy(gpu.name, properties.deviceName, length);
+    gpu.name[length] = '\0';
+    gpu.vendorId = properties.vendorID;
+    FormatVulkanDriverVersion(gpu.driver, properties.vendorID, properties.driverVersion);
+    gpu.integrated = bIntegrated ? 1 : 0;
+}
+
+bool ReadVulkanVideoMemory(std::uint64_t& totalBytes, std::uint64_t& freeBytes, bool& bSawIntegrated,
+                           DriverGpu& gpu)
 {
     bSawIntegrated = false;
     Library vulkan("libvulkan.so.1");
@@ -293,6 +383,8 @@ bool ReadVulkanVideoMemory(std::uint64_t& totalBytes, std::uint64_t& freeBytes, 
                 // never counted it, and neither do we.
                 if (properties->deviceType == kVkPhysicalDeviceTypeIntegrated)
                 {
+                    if (!bSawIntegrated)
+                        NameVulkanDevice(gpu, *properties, true);
                     bSawIntegrated = true;
                     continue;
                 }
@@ -306,6 +398,7 @@ bool ReadVulkanVideoMemory(std::uint64_t& totalBytes, std::uint64_t& freeBytes, 
                 }
                 if (total == 0)
                     continue;
+                NameVulkanDevice(gpu, *properties, false);
                 totalBytes = total;
                 freeBytes = 0; // unknown unless the driver reports its budget
                 bool hasBudget = false;
@@ -360,6 +453,7 @@ struct ChildAnswer
     std::uint64_t total;
     std::uint64_t free;
     std::uint64_t integrated; // only an integrated GPU answered
+    DriverGpu gpu;
 };
 
 // Loading the GPU libraries loads every installed driver: measured here, the
@@ -371,9 +465,11 @@ constexpr int kChildTimeoutMs = 5000;
 
 } // namespace
 
-bool ReadDriverVideoMemoryInChild(std::uint64_t& totalBytes, std::uint64_t& freeBytes, bool& bIntegratedOnly)
+bool ReadDriverVideoMemoryInChild(std::uint64_t& totalBytes, std::uint64_t& freeBytes, bool& bIntegratedOnly,
+                                  std::optional<GpuInfo>& gpu)
 {
     bIntegratedOnly = false;
+    gpu.reset();
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0)
         return false;
@@ -395,8 +491,8 @@ bool ReadDriverVideoMemoryInChild(std::uint64_t& totalBytes, std::uint64_t& free
         }
         ChildAnswer answer{};
         bool bSawIntegrated = false;
-        answer.ok = (ReadNvmlVideoMemory(answer.total, answer.free) ||
-                     ReadVulkanVideoMemory(answer.total, answer.free, bSawIntegrated))
+        answer.ok = (ReadNvmlVideoMemory(answer.total, answer.free, answer.gpu) ||
+                     ReadVulkanVideoMemory(answer.total, answer.free, bSawIntegrated, answer.gpu))
                         ? 1
                         : 0;
         answer.integrated = answer.ok == 0 && bSawIntegrated ? 1 : 0;
@@ -435,6 +531,17 @@ bool ReadDriverVideoMemoryInChild(std::uint64_t& totalBytes, std::uint64_t& free
     if (got != sizeof answer)
         return false;
     bIntegratedOnly = answer.integrated != 0;
+    if (answer.ok != 0 || bIntegratedOnly)
+    {
+        answer.gpu.name[sizeof answer.gpu.name - 1] = '\0';
+        answer.gpu.driver[sizeof answer.gpu.driver - 1] = '\0';
+        GpuInfo& found = gpu.emplace();
+        found.name = answer.gpu.name;
+        found.vendor = answer.gpu.vendorId != 0 ? GpuVendorName(answer.gpu.vendorId) : std::string();
+        found.driverVersion = answer.gpu.driver;
+        found.integrated = bIntegratedOnly;
+        found.memoryBytes = answer.ok != 0 ? answer.total : 0;
+    }
     if (answer.ok == 0)
         return false;
     totalBytes = answer.total;

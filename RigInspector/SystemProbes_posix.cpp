@@ -100,10 +100,16 @@ bool GetVideoMemory(std::uint32_t& total, std::uint32_t& free)
     std::uint64_t totalBytes = 0;
     std::uint64_t freeBytes = 0;
     g_lastVideoProbe = VideoProbeDetail::Dedicated;
+    g_lastGpu.reset();
+    GpuInfo drmGpu;
     // Every hardware driver answers through a device node; without one, the
     // child would load every installed driver (about 100 ms) only to find the
     // software renderers, whose memory is system memory.
-    if (!ReadDrmVideoMemory("/sys/class/drm", totalBytes, freeBytes))
+    if (ReadDrmVideoMemory("/sys/class/drm", totalBytes, freeBytes, &drmGpu))
+    {
+        g_lastGpu = drmGpu;
+    }
+    else
     {
         if (!HasGpuDeviceNode("/dev"))
         {
@@ -111,7 +117,7 @@ bool GetVideoMemory(std::uint32_t& total, std::uint32_t& free)
             return false;
         }
         bool bIntegratedOnly = false;
-        if (!ReadDriverVideoMemoryInChild(totalBytes, freeBytes, bIntegratedOnly))
+        if (!ReadDriverVideoMemoryInChild(totalBytes, freeBytes, bIntegratedOnly, g_lastGpu))
         {
             // A GPU without memory of its own has 0 MB of it: a measurement,
             // not a failed probe.

@@ -1,3 +1,4 @@
+#include "Connection.h"
 #include "Diagnostics.h"
 #include "NetworkReport.h"
 #include "PortOwners.h"
@@ -5,6 +6,7 @@
 #include "RigInspectorApp/Inspector.h"
 #include "UdpChecker.h"
 #include "WorkerFailure.h"
+#include "share/common/StringUtil.h"
 
 void Inspector::CheckUdp()
 {
@@ -16,8 +18,13 @@ void Inspector::CheckUdp()
     checker.Start(false);
     checker.Wait(zul::INFINITE_WAIT);
     ReportUdpResult(checker, DescribeWorkerFailure(checker));
+    m_Results.udp.pongPort = checker.m_LocalPort;
     if (!checker.m_bPongPortBound)
-        DiagnosePongPortHeld(checker.m_LocalPort, FindUdpPortOwners(checker.m_LocalPort));
+    {
+        m_Results.udp.pongPortOwners = FindUdpPortOwners(checker.m_LocalPort);
+        DiagnosePongPortHeld(checker.m_LocalPort, m_Results.udp.pongPortOwners);
+    }
+    m_Results.connection = ProbeConnection(zul::ToMultiByte(checker.m_Host));
 }
 
 void DiagnosePongPortHeld(std::uint16_t port, const std::vector<PortOwner>& owners)
