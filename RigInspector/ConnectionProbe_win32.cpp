@@ -1,9 +1,12 @@
+// winsock2.h before windows.h, and both before the IP helper's and WLAN's headers.
+#include <winsock2.h>
+#include <ws2tcpip.h>
+
+#include <windows.h>
+
 #include <iphlpapi.h>
 #include <objbase.h>
-#include <windows.h>
-#include <winsock2.h>
 #include <wlanapi.h>
-#include <ws2tcpip.h>
 
 #include <limits>
 #include <vector>
@@ -122,8 +125,11 @@ std::optional<ConnectionInfo> ProbeConnection(const std::string& host)
     sockaddr_in destination{};
     destination.sin_family = AF_INET;
     destination.sin_addr = *address;
+    // 127.0.0.0/8 never leaves the machine, whatever the route table says
+    // (Wine's best interface for it is the network adapter).
+    const bool bLoopback = (ntohl(address->s_addr) >> 24) == 127;
     DWORD index = 0;
-    if (::GetBestInterfaceEx(reinterpret_cast<sockaddr*>(&destination), &index) != NO_ERROR)
+    if (!bLoopback && ::GetBestInterfaceEx(reinterpret_cast<sockaddr*>(&destination), &index) != NO_ERROR)
         return std::nullopt;
 
     ULONG size = 16 * 1024;
@@ -142,7 +148,7 @@ std::optional<ConnectionInfo> ProbeConnection(const std::string& host)
     for (auto* adapter = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data()); adapter != nullptr;
          adapter = adapter->Next)
     {
-        if (adapter->IfIndex != index)
+        if (bLoopback ? adapter->IfType != kIfLoopback : adapter->IfIndex != index)
             continue;
         ConnectionInfo info;
         info.interfaceName = adapter->FriendlyName != nullptr
@@ -158,5 +164,8 @@ std::optional<ConnectionInfo> ProbeConnection(const std::string& host)
             info.wifiSignalPercent = QueryWifiSignal(adapter->AdapterName);
         return info;
     }
+    if (bLoopback) // no loopback adapter listed: the system's own name for it
+        return ConnectionInfo{"Loopback Pseudo-Interface 1", ConnectionType::Loopback, std::nullopt,
+                              std::nullopt, false};
     return std::nullopt;
 }

@@ -1,5 +1,6 @@
-#include <dxgi.h>
 #include <windows.h>
+
+#include <dxgi.h>
 
 #include <cstdio>
 
