@@ -28,6 +28,7 @@ struct ConnectionInfo
     bool vpnOrTunnel = false;
 };
 
-/// The interface through which the system would send to host (dotted IPv4 or
-/// a name); nothing when the host does not resolve or no route leads there.
+/// The interface through which the system would send to host, a dotted IPv4
+/// address (never looked up by name); nothing when it is not one or no route
+/// leads there.
 std::optional<ConnectionInfo> ProbeConnection(const std::string& host);

@@ -2,7 +2,6 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
-#include <netdb.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -142,19 +141,12 @@ std::optional<unsigned> RouteInterfaceIndex(in_addr dst)
     return index;
 }
 
-std::optional<in_addr> ResolveIPv4(const std::string& host)
+/// Dotted IPv4 only: hosts are never looked up by name.
+std::optional<in_addr> ParseIPv4(const std::string& host)
 {
     in_addr address{};
-    if (::inet_pton(AF_INET, host.c_str(), &address) == 1)
-        return address;
-    addrinfo hints{};
-    hints.ai_family = AF_INET;
-    hints.ai_socktype = SOCK_DGRAM;
-    addrinfo* found = nullptr;
-    if (::getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr)
+    if (::inet_pton(AF_INET, host.c_str(), &address) != 1)
         return std::nullopt;
-    address = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr;
-    ::freeaddrinfo(found);
     return address;
 }
 } // namespace
@@ -198,7 +190,7 @@ ConnectionInfo DescribeInterface(const std::string& sysNetRoot, const std::strin
 
 std::optional<ConnectionInfo> ProbeConnection(const std::string& host)
 {
-    const std::optional<in_addr> address = ResolveIPv4(host);
+    const std::optional<in_addr> address = ParseIPv4(host);
     if (!address)
         return std::nullopt;
     const std::optional<unsigned> index = RouteInterfaceIndex(*address);

@@ -100,26 +100,19 @@ std::optional<int> QueryWifiSignal(const char* adapterGuid)
     return signal;
 }
 
-std::optional<in_addr> ResolveIPv4(const std::string& host)
+/// Dotted IPv4 only: hosts are never looked up by name.
+std::optional<in_addr> ParseIPv4(const std::string& host)
 {
     in_addr address{};
-    if (::inet_pton(AF_INET, host.c_str(), &address) == 1)
-        return address;
-    addrinfo hints{};
-    hints.ai_family = AF_INET;
-    hints.ai_socktype = SOCK_DGRAM;
-    addrinfo* found = nullptr;
-    if (::getaddrinfo(host.c_str(), nullptr, &hints, &found) != 0 || found == nullptr)
+    if (::inet_pton(AF_INET, host.c_str(), &address) != 1)
         return std::nullopt;
-    address = reinterpret_cast<const sockaddr_in*>(found->ai_addr)->sin_addr;
-    ::freeaddrinfo(found);
     return address;
 }
 } // namespace
 
 std::optional<ConnectionInfo> ProbeConnection(const std::string& host)
 {
-    const std::optional<in_addr> address = ResolveIPv4(host);
+    const std::optional<in_addr> address = ParseIPv4(host);
     if (!address)
         return std::nullopt;
     sockaddr_in destination{};
