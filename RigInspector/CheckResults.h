@@ -26,7 +26,8 @@ struct SystemResult
     std::uint32_t systemMemoryMb = 0;
     bool memoryPassed = false;
     std::uint64_t systemMemoryBytes = 0; // not saturated at 4 GiB as the report's figure is
-    std::optional<GpuInfo> gpu;          // the GPU by name, where the video probe found one
+    // The GPU by name, where the video probe found one.
+    std::optional<GpuInfo> gpu{};
 };
 
 struct FirewallResult
@@ -71,10 +72,11 @@ struct UdpResult
     std::uint32_t badRoundTrip = 0;    // of those: tick or round trip 0 or below
     std::uint32_t duplicates = 0;      // valid pongs for a ping already answered
     bool pongPortBound = true;         // false: another program held port 20000
+    bool passed = false;               // nothing was lost
+    tstring failure;                   // what escaped the worker, if anything did
+    // The pong port, and who held it when it could not be bound, as far as the system says.
     std::uint16_t pongPort = 0;
-    std::vector<PortOwner> pongPortOwners; // who held it, as far as the system says
-    bool passed = false;                   // nothing was lost
-    tstring failure;                       // what escaped the worker, if anything did
+    std::vector<PortOwner> pongPortOwners{};
 };
 
 struct PortsResult
@@ -94,5 +96,6 @@ struct CheckResults
     TcpResult tcp;
     UdpResult udp;
     PortsResult ports;
-    std::optional<ConnectionInfo> connection; // the way to the UDP test's host
+    // The way to the UDP test's host.
+    std::optional<ConnectionInfo> connection{};
 };
