@@ -7,6 +7,8 @@
 #include <set>
 
 #include "RigInspectorApp/Advice.h"
+#include "RigInspectorApp/Details.h"
+#include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/headless/FindingsJson.h"
 
 namespace
@@ -266,6 +268,39 @@ TEST(AdviceRules, FindingsGatheredFromTheRecords)
     EXPECT_TRUE(g.cpuPassed);
     EXPECT_TRUE(g.grade.empty());
     EXPECT_TRUE(MakeAdvice(g).size() == 1 && MakeAdvice(g)[0].code == "pong_port_held");
+}
+
+// Both desktops show what CollectDetails gives: the advice comes first, and
+// the extended step's findings count once it has handed them over.
+TEST(AdviceDetails, AdviceAtTheTopOfTheDetails)
+{
+    g_inspector.m_Results = CheckResults{};
+    GetDiagnostics().Clear();
+    EXPECT_TRUE(CollectDetails().empty());
+
+    g_inspector.m_Results.system.ran = true;
+    g_inspector.m_Results.system.cpuPassed = false;
+    g_inspector.m_Results.system.memoryPassed = true;
+    g_inspector.m_Results.system.videoProbeOk = true;
+    g_inspector.m_Results.system.videoPassed = true;
+    GetDiagnostics().Add("pongs_refused", u"Some pongs were refused.");
+    ExtendedResult extended;
+    extended.ran = true;
+    extended.grade = "F";
+    extended.increaseMs = 450.0;
+    SetExtendedForDetails(extended);
+
+    const std::vector<DetailSection> sections = CollectDetails();
+    ASSERT_EQ(sections.size(), 2u);
+    EXPECT_EQ(sections[0].title, u"Advice");
+    ASSERT_EQ(sections[0].lines.size(), 2u);
+    EXPECT_EQ(sections[0].lines[0].rfind(u"Problem: The processor runs at", 0), 0u);
+    EXPECT_EQ(sections[0].lines[1].rfind(u"Warning: Your delay grows by 450 ms", 0), 0u);
+    EXPECT_EQ(sections[1].title, u"Diagnostics");
+
+    g_inspector.m_Results = CheckResults{};
+    GetDiagnostics().Clear();
+    SetExtendedForDetails(ExtendedResult{});
 }
 
 TEST(AdviceJson, TypedEvidenceAndNullsForWhatIsNotTold)
