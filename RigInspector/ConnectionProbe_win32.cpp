@@ -72,12 +72,12 @@ std::optional<int> QueryWifiSignal(const char* adapterGuid)
         reinterpret_cast<CloseFn>(reinterpret_cast<void*>(::GetProcAddress(wlan, "WlanCloseHandle")));
     const auto query =
         reinterpret_cast<QueryFn>(reinterpret_cast<void*>(::GetProcAddress(wlan, "WlanQueryInterface")));
-    const auto free =
+    const auto freeMemory =
         reinterpret_cast<FreeFn>(reinterpret_cast<void*>(::GetProcAddress(wlan, "WlanFreeMemory")));
     std::optional<int> signal;
     HANDLE handle = nullptr;
     DWORD version = 0;
-    if (open && close && query && free && open(2, nullptr, &version, &handle) == ERROR_SUCCESS)
+    if (open && close && query && freeMemory && open(2, nullptr, &version, &handle) == ERROR_SUCCESS)
     {
         DWORD size = 0;
         PVOID data = nullptr;
@@ -92,7 +92,7 @@ std::optional<int> QueryWifiSignal(const char* adapterGuid)
                 if (quality <= 100)
                     signal = static_cast<int>(quality);
             }
-            free(data);
+            freeMemory(data);
         }
         close(handle, nullptr);
     }
