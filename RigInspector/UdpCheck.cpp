@@ -1,9 +1,11 @@
+#include "Connection.h"
 #include "NetworkReport.h"
 #include "PortOwners.h"
 #include "RigInspectorApp/AnalyzerSettings.h"
 #include "RigInspectorApp/Inspector.h"
 #include "UdpChecker.h"
 #include "WorkerFailure.h"
+#include "share/common/StringUtil.h"
 
 void Inspector::CheckUdp()
 {
@@ -15,6 +17,11 @@ void Inspector::CheckUdp()
     checker.Start(false);
     checker.Wait(zul::INFINITE_WAIT);
     ReportUdpResult(checker, DescribeWorkerFailure(checker));
+    m_Results.udp.pongPort = checker.m_LocalPort;
     if (!checker.m_bPongPortBound)
-        DiagnosePongPortHeld(checker.m_LocalPort, FindUdpPortOwners(checker.m_LocalPort));
+    {
+        m_Results.udp.pongPortOwners = FindUdpPortOwners(checker.m_LocalPort);
+        DiagnosePongPortHeld(checker.m_LocalPort, m_Results.udp.pongPortOwners);
+    }
+    m_Results.connection = ProbeConnection(zul::ToMultiByte(checker.m_Host));
 }

@@ -4,8 +4,17 @@
 // every front end shows the same lines.
 #include <vector>
 
+#include "Advice.h"
 #include "UiToolkit.h"
 
 /// Every section there is to show now, in a fixed order; empty when there is
 /// nothing. A further source of details adds its section here.
 std::vector<DetailSection> CollectDetails();
+
+/// The advice on this run's checks, settings and diagnostics, and on the
+/// extended step's result where it ran (nothing: it did not).
+std::vector<AdviceItem> AdviceForThisRun(const ExtendedResult* extended);
+
+/// Keeps the extended step's result for the advice at the top of the details;
+/// safe from the thread that ran the step.
+void SetExtendedForDetails(const ExtendedResult& result);

@@ -13,10 +13,12 @@
 
 #include "ConsoleIo.h"
 #include "ExtendedOutput.h"
+#include "FindingsJson.h"
 #include "HeadlessToolkit.h"
 #include "ReportText.h"
 #include "ResultsJson.h"
 #include "RigInspector/Diagnostics.h"
+#include "RigInspectorApp/Details.h"
 #include "RigInspectorApp/ExtendedStep.h"
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
@@ -154,6 +156,8 @@ int main(int argc, char** argv)
             WriteExtendedProgress(nullptr, 0, 0);
         output.WriteLine(ExtendedSummaryText(extendedResult));
     }
+    const std::vector<AdviceItem> advice = AdviceForThisRun(bExtended ? &extendedResult : nullptr);
+    output.WriteLine(AdviceText(advice));
 
     // What the report does not say goes to standard error, one warning a line,
     // also with --quiet: it is what a player needs when a result looks wrong.
@@ -181,6 +185,7 @@ int main(int argc, char** argv)
         auto results = ResultsToJson(g_inspector.m_Results, outcome);
         if (bExtended)
             results["extended"] = ExtendedToJson(extendedResult);
+        results["advice"] = AdviceToJson(advice);
         const std::string json = results.dump(2) + "\n";
         const bool bWritten = jsonFd >= 0 ? WriteFd(jsonFd, json) : WriteFile(jsonPath, json);
         if (!bWritten)

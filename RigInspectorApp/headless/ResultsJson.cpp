@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "RigInspectorApp/InspectorDlg.h"
+#include "RigInspectorApp/headless/FindingsJson.h"
 #include "RigVersion.h"
 #include "share/common/StringUtil.h"
 
@@ -55,7 +56,10 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
     j["measured"] = {{"cpu_speed_mhz", outcome.cpuSpeedMhz},
                      {"video_memory_mb", outcome.videoMemoryMb},
                      {"system_memory_mb", outcome.systemMemoryMb},
-                     {"system_memory_bytes", r.system.systemMemoryBytes}};
+                     {"system_memory_bytes", r.system.systemMemoryBytes},
+                     {"video_memory_bytes", r.system.gpu ? r.system.gpu->memoryBytes : 0}};
+    j["connection"] = ConnectionToJson(r.connection);
+    j["gpu"] = GpuToJson(r.system.gpu);
 
     const SystemResult& s = r.system;
     ordered_json& checks = j["checks"];
