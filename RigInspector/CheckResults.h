@@ -4,7 +4,12 @@
 // the three never disagree. Each check resets its record when it starts and
 // sets `ran` when it has written its verdict.
 #include <cstdint>
+#include <optional>
 #include <vector>
+
+#include "Connection.h"
+#include "Gpu.h"
+#include "PortOwners.h"
 
 #include "share/common/TString.h"
 
@@ -21,6 +26,8 @@ struct SystemResult
     std::uint32_t systemMemoryMb = 0;
     bool memoryPassed = false;
     std::uint64_t systemMemoryBytes = 0; // not saturated at 4 GiB as the report's figure is
+    // The GPU by name, where the video probe found one.
+    std::optional<GpuInfo> gpu{};
 };
 
 struct FirewallResult
@@ -67,6 +74,9 @@ struct UdpResult
     bool pongPortBound = true;         // false: another program held port 20000
     bool passed = false;               // nothing was lost
     tstring failure;                   // what escaped the worker, if anything did
+    // The pong port, and who held it when it could not be bound, as far as the system says.
+    std::uint16_t pongPort = 0;
+    std::vector<PortOwner> pongPortOwners{};
 };
 
 struct PortsResult
@@ -86,4 +96,6 @@ struct CheckResults
     TcpResult tcp;
     UdpResult udp;
     PortsResult ports;
+    // The way to the UDP test's host.
+    std::optional<ConnectionInfo> connection{};
 };

@@ -421,8 +421,12 @@ private:
     std::mt19937_64 m_Random;
     asio::ip::udp::endpoint m_Server;
     asio::ip::udp::endpoint m_GameSender;
-    std::array<std::uint8_t, 2048> m_UdpBuffer{};
-    std::array<std::uint8_t, 2048> m_GameBuffer{};
+    // Room for any UDP datagram: a receive too small for one fails at once
+    // with WSAEMSGSIZE on Windows, and Asio 1.22 then completes that
+    // operation twice (once at once, once from the completion port),
+    // corrupting the heap by the end of the run.
+    std::vector<std::uint8_t> m_UdpBuffer = std::vector<std::uint8_t>(65536);
+    std::vector<std::uint8_t> m_GameBuffer = std::vector<std::uint8_t>(65536);
     Clock::time_point m_Start, m_Deadline, m_TickStart, m_PhaseStart;
     std::uint64_t m_Cookie = 0;
     std::uint64_t m_InboundNonce = 0;

@@ -29,8 +29,10 @@ std::ostream& FirewallMessages()
 }
 
 /// Starts COM for one firewall operation; prints the failure line and gives
-/// false when it cannot. Uninitialises on leaving unless COM was already
-/// running in another mode on this thread.
+/// false when it cannot. Uninitialises at Uninitialize, or on leaving, unless
+/// COM was already running in another mode on this thread. The operations
+/// uninitialise before their profile is released, so they call Uninitialize
+/// while the profile still lives.
 class ComScope
 {
 public:
@@ -39,10 +41,12 @@ public:
         if (!Succeeded(m_Hr) && m_Hr != RPC_E_CHANGED_MODE)
             inspector.Print(u"Failed to init COM: 0x%08lx<br>", m_Hr);
     }
-    ~ComScope()
+    ~ComScope() { Uninitialize(); }
+    void Uninitialize()
     {
-        if (Succeeded(m_Hr))
+        if (Succeeded(m_Hr) && !m_bUninitialized)
             GetFirewallPlatform().CoUninitialize();
+        m_bUninitialized = true;
     }
     ComScope(const ComScope&) = delete;
     ComScope& operator=(const ComScope&) = delete;
@@ -52,6 +56,7 @@ public:
 
 private:
     HRESULT m_Hr;
+    bool m_bUninitialized = false;
 };
 } // namespace
 
@@ -179,7 +184,7 @@ int Inspector::CheckFirewall()
     FirewallResult& record = m_Results.firewall;
     record = FirewallResult{};
     int result = 0;
-    const ComScope com(*this);
+    ComScope com(*this);
     record.comHresult = com.Result();
     if (!com.Ok())
     {
@@ -231,17 +236,20 @@ int Inspector::CheckFirewall()
     record.passed = !bFailedPrinted;
     record.result = result;
     record.ran = true;
-    return result;
+    com.Uninitialize();
+    return result; // the profile is released here, after COM
 }
 
 void Inspector::RegisterGameWithFirewall()
 {
-    const ComScope com(*this);
+    ComScope com(*this);
     if (!com.Ok())
         return;
     const std::unique_ptr<FirewallProfile> pProfile = FirewallProfile::Create();
-    if (!pProfile)
-        return;
-    Print(u"<br>Register to Windows Firewall...");
-    Print(RegisterGame(pProfile.get()) ? kPassed : kFailed);
+    if (pProfile)
+    {
+        Print(u"<br>Register to Windows Firewall...");
+        Print(RegisterGame(pProfile.get()) ? kPassed : kFailed);
+    }
+    com.Uninitialize();
 }

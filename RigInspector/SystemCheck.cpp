@@ -77,11 +77,13 @@ void Inspector::CheckSystem()
     std::uint32_t videoTotal = 0;
     std::uint32_t videoFree = 0;
     g_lastVideoProbe = VideoProbeDetail::Unknown;
+    g_lastGpu.reset();
     result.videoProbeOk = g_systemProbes.GetVideoMemory(videoTotal, videoFree);
     if (!result.videoProbeOk)
         videoTotal = 0;
     if (videoTotal == 0 && (!result.videoProbeOk || g_lastVideoProbe != VideoProbeDetail::Unknown))
         DiagnoseNoVideoMemory(g_lastVideoProbe);
+    result.gpu = g_lastGpu;
     m_VideoMemory = static_cast<std::int32_t>(videoTotal);
     result.videoMemoryMb = videoTotal;
     Print(u"<br>Checking Video Card(<b>%dM</b>)...", videoTotal);

@@ -6,6 +6,7 @@
 #include <intrin.h>
 #include <mmsystem.h>
 
+#include "GpuProbe_win32.h"
 #include "SystemProbes_win32.h"
 
 SystemProbes g_systemProbes = kRealSystemProbes;
@@ -89,6 +90,8 @@ bool GetVideoMemory(std::uint32_t& total, std::uint32_t& free)
     total = 0;
     free = 0;
     g_lastVideoProbe = VideoProbeDetail::ProbeFailed;
+    // The report's figure stays DirectDraw's; the GPU's name and true size are DXGI's.
+    g_lastGpu = ReadDxgiGpu();
     const HMODULE hModule = ::LoadLibraryA("ddraw.dll");
     if (hModule == nullptr)
         return false;
@@ -133,7 +136,9 @@ bool GetVideoMemory(std::uint32_t& total, std::uint32_t& free)
 bool GetSystemMemory(std::uint32_t& total, std::uint32_t& available)
 {
     MEMORYSTATUS status{};
-    status.dwLength = sizeof(status);
+    // The record's size in a 32-bit process, as the analyzer always filled it
+    // in; GlobalMemoryStatus sets the field itself and reads nothing from it.
+    status.dwLength = 32;
     ::GlobalMemoryStatus(&status);
     total = BytesToReportMegabytes(status.dwTotalPhys);
     available = BytesToReportMegabytes(status.dwAvailPhys);

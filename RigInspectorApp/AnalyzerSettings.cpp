@@ -1,5 +1,7 @@
 #include "AnalyzerSettings.h"
 
+#include <algorithm>
+
 #include "IniFile.h"
 #include "RigInspector/Diagnostics.h"
 #include "share/common/Format.h"
@@ -19,6 +21,15 @@ std::string NarrowPath(const char16_t* path)
         out.push_back(static_cast<char>(*p)); // the fixed name is ASCII
     return out;
 }
+/// The value up to its first NUL. Hosts and addresses reach the sockets and
+/// the report as C strings, which end there; the checks of the settings below
+/// must judge the text those see, or a warning would contradict the result.
+tstring UpToNul(tstring value)
+{
+    value.resize(std::min(value.find(u'\0'), value.size()));
+    return value;
+}
+
 bool IsDottedIPv4(const tstring& host)
 {
     int parts = 0;
@@ -94,20 +105,20 @@ AnalyzerSettings::AnalyzerSettings(const std::string& path, Diagnostics* pDiagno
                                                 u"takes its default.",
                                                 zul::Utf8ToUtf16(path), why));
     }
-    m_TcpHost = GetPrivateProfileString(u"tcp", u"host", kDefaultHost, path);
+    m_TcpHost = UpToNul(GetPrivateProfileString(u"tcp", u"host", kDefaultHost, path));
     m_TcpPort = GetPrivateProfileInt(u"tcp", u"port", 9999, path);
-    m_UdpHost = GetPrivateProfileString(u"udp", u"host", kDefaultHost, path);
+    m_UdpHost = UpToNul(GetPrivateProfileString(u"udp", u"host", kDefaultHost, path));
     m_UdpPort = GetPrivateProfileInt(u"udp", u"port", 9998, path);
     m_CheckPortMin = GetPrivateProfileInt(u"udp", u"check_port_min", 20000, path);
     m_CheckPortMax = GetPrivateProfileInt(u"udp", u"check_port_max", 20031, path);
-    m_FirewallInfoUrl = GetPrivateProfileString(u"firewall", u"url_more_info", kGameSite, path);
+    m_FirewallInfoUrl = UpToNul(GetPrivateProfileString(u"firewall", u"url_more_info", kGameSite, path));
     m_MinSystemMemory = GetPrivateProfileInt(u"system", u"min_system_memory", 127, path);
     m_MinVideoMemory = GetPrivateProfileInt(u"system", u"min_video_memory", 15, path);
     m_MinCpuSpeed = GetPrivateProfileInt(u"system", u"min_cpu_speed", 1000, path);
-    m_MinRequirementUrl = GetPrivateProfileString(u"url", u"min_requirement",
-                                                  tstring(kGameSite) + u"/Gameguide/systemreq.asp", path);
-    m_PortForwardUrl = GetPrivateProfileString(u"url", u"portforward",
-                                               tstring(u"http://") + kPortForwardGuideHost + u"/", path);
+    m_MinRequirementUrl = UpToNul(GetPrivateProfileString(
+        u"url", u"min_requirement", tstring(kGameSite) + u"/Gameguide/systemreq.asp", path));
+    m_PortForwardUrl = UpToNul(GetPrivateProfileString(
+        u"url", u"portforward", tstring(u"http://") + kPortForwardGuideHost + u"/", path));
     m_bExtendedEnable = GetPrivateProfileInt(u"extended", u"enable", 0, path) != 0;
     m_ExtendedPort = GetPrivateProfileInt(u"extended", u"port", 9997, path);
     if (pDiagnostics != nullptr)

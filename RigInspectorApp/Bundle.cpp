@@ -263,7 +263,14 @@ std::string AdviceSection(const ordered_json& r)
         const ordered_json* evidence = Find(item, "evidence");
         html += "<li>" + Badge(severity && severity->is_string() ? severity->get<std::string>() : "info") +
                 " " + Cell(text);
-        if (evidence != nullptr && !evidence->is_null())
+        if (evidence != nullptr && evidence->is_object() && !evidence->empty())
+        {
+            std::string facts;
+            for (const auto& [key, value] : evidence->items())
+                facts += (facts.empty() ? "" : "; ") + Label(key) + ": " + Text(value);
+            html += "<div class=\"evidence\">Evidence: " + HtmlEscape(facts) + "</div>";
+        }
+        else if (evidence != nullptr && !evidence->is_null() && !evidence->is_object())
             html += "<div class=\"evidence\">Evidence: " + HtmlEscape(Text(*evidence)) + "</div>";
         html += "</li>";
     }

@@ -1,8 +1,7 @@
 #include "DesktopRun.h"
 
-#include <mutex>
-
 #include "Bundle.h"
+#include "Details.h"
 #include "Inspector.h"
 #include "InspectorApp.h"
 #include "RigInspector/Diagnostics.h"
@@ -10,24 +9,6 @@
 #include "RunRecord.h"
 #include "UserFolders.h"
 #include "share/common/StringUtil.h"
-
-namespace
-{
-std::mutex g_ExtendedLock;
-std::optional<ExtendedResult> g_Extended;
-
-std::optional<ExtendedResult> Extended()
-{
-    std::lock_guard<std::mutex> lock(g_ExtendedLock);
-    return g_Extended;
-}
-} // namespace
-
-void SetDesktopExtendedResult(const ExtendedResult& result)
-{
-    std::lock_guard<std::mutex> lock(g_ExtendedLock);
-    g_Extended = result;
-}
 
 nlohmann::ordered_json DesktopRunDocument(std::time_t finished)
 {
@@ -37,7 +18,10 @@ nlohmann::ordered_json DesktopRunDocument(std::time_t finished)
     outcome.systemMemoryMb = g_inspector.m_SystemMemory;
     outcome.patcherRequested = theApp.m_bRunPatcher;
     outcome.diagnostics = GetDiagnostics().List();
-    nlohmann::ordered_json document = RunDocument(g_inspector.m_Results, outcome, Extended(), finished);
+    const std::optional<ExtendedResult> extended = ExtendedForDetails();
+    nlohmann::ordered_json document =
+        RunDocument(g_inspector.m_Results, outcome, extended,
+                    AdviceForThisRun(extended ? &*extended : nullptr), finished);
     document["tool"] = "rig_inspector";
     return document;
 }

@@ -11,9 +11,6 @@
 #include "RigInspector/ExtendedResult.h"
 #include "UiToolkit.h"
 
-/// Keeps the extended step's findings for the document; safe from its thread.
-void SetDesktopExtendedResult(const ExtendedResult& result);
-
 /// The run so far as its results document (tool "rig_inspector").
 nlohmann::ordered_json DesktopRunDocument(std::time_t finished);
 

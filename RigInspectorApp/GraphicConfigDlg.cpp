@@ -99,10 +99,18 @@ bool CGraphicConfigDlg::WriteOptions()
     tstring why;
     if (m_writer(u"video", entries, g_optionFile, &why))
         return true;
+    // The desktop says nothing when its dialog has closed; the run's history
+    // keeps this, naming the file as the system resolved it, so a player (or
+    // support) can see which folder refused the write and why.
+    const tstring reason = why.empty() ? tstring(u"unknown error") : why;
+    const std::string full = FullProfilePath(g_optionFile);
     GetDiagnostics().Add("options_write_failed",
-                         zul::FormatString(u"The graphic options could not be written to %s (%s).",
-                                           zul::Utf8ToUtf16(g_optionFile),
-                                           why.empty() ? tstring(u"unknown error") : why));
+                         full == g_optionFile
+                             ? zul::FormatString(u"The graphic options could not be written to %s (%s).",
+                                                 zul::Utf8ToUtf16(g_optionFile), reason)
+                             : zul::FormatString(u"The graphic options could not be written to %s (%s: %s).",
+                                                 zul::Utf8ToUtf16(g_optionFile), zul::Utf8ToUtf16(full),
+                                                 reason));
     return false;
 }
 

@@ -6,7 +6,7 @@
 //   kept when writing). A UTF-16 file with its byte-order mark (FF FE or FE FF)
 //   is read and written in its own encoding, as Notepad-made profiles are.
 //   Without a mark the file is UTF-8; invalid bytes read as U+FFFD but are
-//   never rewritten unless they sit on the one line that is replaced.
+//   never rewritten unless they sit in the one value that is replaced.
 // - Line ends: "\r\n", "\n" and a lone "\r" all end a line, so no "\r" can
 //   ever reach a value (a URL with a trailing "\r" would be broken).
 // - Blanks (space, tab) around section names, keys and values are dropped.
@@ -27,12 +27,17 @@
 #include "IniFileIo.h"
 #include "share/common/StringUtil.h"
 
+#include <algorithm>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 namespace
 {
 constexpr std::size_t kMaxValueChars = 511;
+// Enough bytes of a value for the 511-character cut in any encoding: a UTF-8
+// character takes at most three bytes per UTF-16 unit, a UTF-16 unit two.
+constexpr std::size_t kValueBytesDecoded = 4 * (kMaxValueChars + 1);
 
 enum class Encoding
 {
@@ -41,40 +46,32 @@ enum class Encoding
     Utf16Be
 };
 
+/// One line as byte offsets into the file: nothing of it is copied, so a file
+/// of millions of lines, or of one very long line, costs its own bytes only.
 struct Line
 {
     std::size_t begin = 0; // first byte of the content
     std::size_t end = 0;   // one past the content, where the line end starts
     std::size_t next = 0;  // one past the line end
-    tstring text;          // the decoded content
     bool isSection = false;
     bool isKey = false;
-    tstring name;               // section name or key, trimmed
-    std::size_t valueStart = 0; // in text: the first character after '=' and its blanks
+    bool isBlank = false;       // nothing but blanks
+    std::size_t nameBegin = 0;  // the section name or key, trimmed: its first byte
+    std::size_t nameEnd = 0;    // and one past its last
+    std::size_t valueStart = 0; // the first byte after '=' and its blanks
 };
 
 struct Document
 {
     Encoding encoding = Encoding::Utf8;
     std::size_t bomBytes = 0;
+    std::size_t limit = 0; // one past the last whole character
     std::string bytes;
-    std::vector<Line> lines;
 };
 
 bool IsBlank(char16_t c)
 {
     return c == u' ' || c == u'\t';
-}
-
-tstring TrimBlanks(const tstring& text)
-{
-    std::size_t first = 0;
-    std::size_t last = text.size();
-    while (first < last && IsBlank(text[first]))
-        ++first;
-    while (last > first && IsBlank(text[last - 1]))
-        --last;
-    return text.substr(first, last - first);
 }
 
 char16_t AsciiLower(char16_t c)
@@ -99,6 +96,9 @@ std::size_t UnitBytes(Encoding encoding)
     return encoding == Encoding::Utf8 ? 1 : 2;
 }
 
+/// The UTF-16 unit at offset, or for UTF-8 the byte. Every character the
+/// syntax uses is ASCII, and a UTF-8 byte below 0x80 is always that character
+/// (never part of a longer one), so the syntax is found on the bytes.
 char16_t UnitAt(const Document& doc, std::size_t offset)
 {
     const auto b0 = static_cast<unsigned char>(doc.bytes[offset]);
@@ -142,31 +142,99 @@ tstring DecodeRange(const Document& doc, std::size_t begin, std::size_t end)
     return out;
 }
 
-void Classify(Line& line)
+std::size_t SkipBlanks(const Document& doc, std::size_t from, std::size_t to)
 {
-    const tstring trimmed = TrimBlanks(line.text);
-    if (trimmed.empty() || trimmed[0] == u';' || trimmed[0] == u'#')
-        return;
-    if (trimmed[0] == u'[')
+    const std::size_t unit = UnitBytes(doc.encoding);
+    while (from < to && IsBlank(UnitAt(doc, from)))
+        from += unit;
+    return from;
+}
+
+/// to, moved back over the blanks that end [from, to).
+std::size_t DropTrailingBlanks(const Document& doc, std::size_t from, std::size_t to)
+{
+    const std::size_t unit = UnitBytes(doc.encoding);
+    while (to > from && IsBlank(UnitAt(doc, to - unit)))
+        to -= unit;
+    return to;
+}
+
+/// The offset of the first c in [from, to), or to.
+std::size_t FindUnit(const Document& doc, std::size_t from, std::size_t to, char16_t c)
+{
+    const std::size_t unit = UnitBytes(doc.encoding);
+    while (from < to && UnitAt(doc, from) != c)
+        from += unit;
+    return from;
+}
+
+void Classify(const Document& doc, Line& line)
+{
+    if (line.begin == line.end)
     {
-        const std::size_t close = trimmed.find(u']');
-        if (close != tstring::npos)
+        line.isBlank = true;
+        return;
+    }
+    const std::size_t unit = UnitBytes(doc.encoding);
+    const std::size_t first = SkipBlanks(doc, line.begin, line.end);
+    const std::size_t last = DropTrailingBlanks(doc, first, line.end);
+    if (first == last)
+    {
+        line.isBlank = true;
+        return;
+    }
+    const char16_t lead = UnitAt(doc, first);
+    if (lead == u';' || lead == u'#')
+        return;
+    if (lead == u'[')
+    {
+        const std::size_t close = FindUnit(doc, first + unit, last, u']');
+        if (close != last)
         {
             line.isSection = true;
-            line.name = TrimBlanks(trimmed.substr(1, close - 1));
+            line.nameBegin = SkipBlanks(doc, first + unit, close);
+            line.nameEnd = DropTrailingBlanks(doc, line.nameBegin, close);
         }
         return;
     }
-    const std::size_t equals = line.text.find(u'=');
-    if (equals == tstring::npos)
+    const std::size_t equals = FindUnit(doc, line.begin, line.end, u'=');
+    if (equals == line.end)
         return;
-    line.name = TrimBlanks(line.text.substr(0, equals));
-    if (line.name.empty())
+    line.nameBegin = first;
+    line.nameEnd = DropTrailingBlanks(doc, first, equals);
+    if (line.nameBegin == line.nameEnd)
         return;
     line.isKey = true;
-    line.valueStart = equals + 1;
-    while (line.valueStart < line.text.size() && IsBlank(line.text[line.valueStart]))
-        ++line.valueStart;
+    line.valueStart = SkipBlanks(doc, equals + unit, line.end);
+}
+
+/// Whether the line's name is name, ASCII case ignored. Only a name short
+/// enough to be equal is decoded: a key of megabytes is never copied.
+bool NameIs(const Document& doc, const Line& line, const tstring& name)
+{
+    const std::size_t bytes = line.nameEnd - line.nameBegin;
+    if (doc.encoding != Encoding::Utf8)
+    {
+        if (bytes / 2 != name.size())
+            return false;
+        for (std::size_t i = 0; i < name.size(); ++i)
+        {
+            if (AsciiLower(UnitAt(doc, line.nameBegin + 2 * i)) != AsciiLower(name[i]))
+                return false;
+        }
+        return true;
+    }
+    // Each UTF-16 unit decoded takes at most three bytes, invalid ones included.
+    if (bytes > 3 * name.size())
+        return false;
+    return NamesEqual(DecodeRange(doc, line.nameBegin, line.nameEnd), name);
+}
+
+/// A dangling odd byte of a UTF-16 file is not a character; it is kept as is.
+std::size_t WholeUnitsEnd(const Document& doc)
+{
+    const std::size_t unit = UnitBytes(doc.encoding);
+    return doc.bomBytes + (doc.bytes.size() - doc.bomBytes) / unit * unit;
 }
 
 Document DetectEncoding(std::string bytes)
@@ -188,49 +256,43 @@ Document DetectEncoding(std::string bytes)
         doc.encoding = Encoding::Utf16Be;
         doc.bomBytes = 2;
     }
+    doc.limit = WholeUnitsEnd(doc);
     return doc;
 }
 
-/// Calls visit with each line in turn until it returns false. One line at a
-/// time: a reader looking for one key never holds the whole file's lines.
+/// Calls visit with each line in turn until it returns false.
 template <class Visit> void ForEachLine(const Document& doc, Visit visit)
 {
-    const std::string& b = doc.bytes;
     const std::size_t unit = UnitBytes(doc.encoding);
-    // A dangling odd byte of a UTF-16 file is not a character; it is kept as is.
-    const std::size_t limit = doc.bomBytes + (b.size() - doc.bomBytes) / unit * unit;
     std::size_t pos = doc.bomBytes;
-    while (pos < limit)
+    while (pos < doc.limit)
     {
         Line line;
         line.begin = pos;
         std::size_t i = pos;
-        while (i < limit && UnitAt(doc, i) != u'\r' && UnitAt(doc, i) != u'\n')
-            i += unit;
+        if (doc.encoding == Encoding::Utf8)
+        {
+            // The common case, byte by byte without decoding.
+            const char* const bytes = doc.bytes.data();
+            while (i < doc.limit && bytes[i] != '\r' && bytes[i] != '\n')
+                ++i;
+        }
+        else
+        {
+            while (i < doc.limit && UnitAt(doc, i) != u'\r' && UnitAt(doc, i) != u'\n')
+                i += unit;
+        }
         line.end = i;
-        if (i < limit && UnitAt(doc, i) == u'\r')
+        if (i < doc.limit && UnitAt(doc, i) == u'\r')
             i += unit;
-        if (i < limit && UnitAt(doc, i) == u'\n')
+        if (i < doc.limit && UnitAt(doc, i) == u'\n')
             i += unit;
         line.next = i;
-        line.text = DecodeRange(doc, line.begin, line.end);
-        Classify(line);
+        Classify(doc, line);
         pos = i;
         if (!visit(line))
             return;
     }
-}
-
-Document Parse(std::string bytes)
-{
-    Document doc = DetectEncoding(std::move(bytes));
-    ForEachLine(doc,
-                [&doc](Line& line)
-                {
-                    doc.lines.push_back(std::move(line));
-                    return true;
-                });
-    return doc;
 }
 
 tstring CutToBuffer(tstring text)
@@ -245,27 +307,24 @@ tstring CutToBuffer(tstring text)
     return text;
 }
 
-tstring ValueOf(const Line& line)
+/// The value as the reader returns it, cut to the buffer.
+tstring ValueOf(const Document& doc, const Line& line)
 {
-    tstring value = TrimBlanks(line.text.substr(line.valueStart));
-    if (value.size() >= 2 && (value.front() == u'"' || value.front() == u'\'') &&
-        value.back() == value.front())
-        value = value.substr(1, value.size() - 2);
-    return value;
-}
-
-/// The line of [section] key as the reader finds it, or null.
-const Line* FindKey(const Document& doc, const tstring& section, const tstring& key)
-{
-    bool inSection = false;
-    for (const Line& line : doc.lines)
+    const std::size_t unit = UnitBytes(doc.encoding);
+    std::size_t begin = line.valueStart;
+    std::size_t end = DropTrailingBlanks(doc, begin, line.end);
+    if (end - begin >= 2 * unit)
     {
-        if (line.isSection)
-            inSection = NamesEqual(line.name, section);
-        else if (inSection && line.isKey && NamesEqual(line.name, key))
-            return &line;
+        const char16_t quote = UnitAt(doc, begin);
+        if ((quote == u'"' || quote == u'\'') && UnitAt(doc, end - unit) == quote)
+        {
+            begin += unit;
+            end -= unit;
+        }
     }
-    return nullptr;
+    // A character cut in two here lands past what the cut keeps.
+    end = std::min(end, begin + kValueBytesDecoded);
+    return CutToBuffer(DecodeRange(doc, begin, end));
 }
 
 std::optional<tstring> ReadValue(const std::string& path, const tstring& section, const tstring& key)
@@ -280,9 +339,9 @@ std::optional<tstring> ReadValue(const std::string& path, const tstring& section
                 [&](const Line& line)
                 {
                     if (line.isSection)
-                        inSection = NamesEqual(line.name, section);
-                    else if (inSection && line.isKey && NamesEqual(line.name, key))
-                        value = ValueOf(line);
+                        inSection = NameIs(doc, line, section);
+                    else if (inSection && line.isKey && NameIs(doc, line, key))
+                        value = ValueOf(doc, line);
                     return !value;
                 });
     return value;
@@ -293,63 +352,83 @@ bool HasLineBreak(const tstring& text)
     return text.find_first_of(u"\r\n") != tstring::npos;
 }
 
-/// The line end the file already uses, so that added lines match it; a new
-/// file gets the Windows line end, since the game reads these files there.
-std::string LineEndOf(const Document& doc)
+/// What one pass over the file finds for an edit of [section] key.
+struct EditPlace
 {
-    for (const Line& line : doc.lines)
-    {
-        if (line.next > line.end)
-            return doc.bytes.substr(line.end, line.next - line.end);
-    }
-    return Encode(doc.encoding, u"\r\n");
+    std::optional<Line> found;  // the line of the key as the reader finds it
+    std::optional<Line> anchor; // the last non-blank line of the section's first occurrence
+    std::optional<Line> last;   // the file's last line
+    std::string eol;            // the line end the file already uses
+};
+
+EditPlace FindEditPlace(const Document& doc, const tstring& section, const tstring& key)
+{
+    EditPlace place;
+    bool inSection = false;
+    bool inFirst = false;    // within the first occurrence of the section
+    bool bFirstDone = false; // past it
+    ForEachLine(doc,
+                [&](const Line& line)
+                {
+                    if (place.eol.empty() && line.next > line.end)
+                        place.eol = doc.bytes.substr(line.end, line.next - line.end);
+                    place.last = line;
+                    if (line.isSection)
+                    {
+                        inSection = NameIs(doc, line, section);
+                        if (inFirst)
+                            bFirstDone = true;
+                        inFirst = !bFirstDone && inSection;
+                        if (inFirst)
+                            place.anchor = line;
+                    }
+                    else
+                    {
+                        if (inFirst && !line.isBlank)
+                            place.anchor = line;
+                        if (inSection && !place.found && line.isKey && NameIs(doc, line, key))
+                            place.found = line;
+                    }
+                    return true;
+                });
+    // A new file gets the Windows line end, since the game reads these files there.
+    if (place.eol.empty())
+        place.eol = Encode(doc.encoding, u"\r\n");
+    return place;
 }
 
-std::string Edited(const Document& doc, const tstring& section, const tstring& key, const tstring& value)
+/// Sets [section] key to value in the file's own buffer. Edits are made in
+/// place, so the file is never held twice when the buffer has room.
+void Edit(Document& doc, const tstring& section, const tstring& key, const tstring& value)
 {
-    const std::string eol = LineEndOf(doc);
-    const std::string& b = doc.bytes;
-    if (const Line* found = FindKey(doc, section, key))
+    const EditPlace place = FindEditPlace(doc, section, key);
+    std::string& b = doc.bytes;
+    const std::string& eol = place.eol;
+    if (place.found)
     {
         // Keep the key's spelling and the blanks around '='; only the value changes.
-        const tstring replaced = found->text.substr(0, found->valueStart) + value;
-        return b.substr(0, found->begin) + Encode(doc.encoding, replaced) + b.substr(found->end);
+        b.replace(place.found->valueStart, place.found->end - place.found->valueStart,
+                  Encode(doc.encoding, value));
     }
-    const std::string keyLine = Encode(doc.encoding, key + u"=" + value);
-    // The new key goes after the last non-blank line of the section's first
-    // occurrence, so blank lines that separate sections stay where they are.
-    const Line* anchor = nullptr;
-    bool inSection = false;
-    for (const Line& line : doc.lines)
+    else if (place.anchor)
     {
-        if (line.isSection)
-        {
-            if (inSection)
-                break;
-            inSection = NamesEqual(line.name, section);
-            if (inSection)
-                anchor = &line;
-        }
-        else if (inSection && !TrimBlanks(line.text).empty())
-        {
-            anchor = &line;
-        }
+        // The new key goes after the last non-blank line of the section's first
+        // occurrence, so blank lines that separate sections stay where they are.
+        const std::string keyLine = Encode(doc.encoding, key + u"=" + value);
+        if (place.anchor->next == place.anchor->end) // the last line, without a line end
+            b.insert(place.anchor->end, eol + keyLine + eol);
+        else
+            b.insert(place.anchor->next, keyLine + eol);
     }
-    if (anchor != nullptr)
+    else
     {
-        if (anchor->next == anchor->end) // the last line, without a line end
-            return b.substr(0, anchor->end) + eol + keyLine + eol + b.substr(anchor->next);
-        return b.substr(0, anchor->next) + keyLine + eol + b.substr(anchor->next);
+        // The new section goes before a dangling odd byte of a UTF-16 file, which
+        // would otherwise shift every character after it by one byte.
+        const bool bLastOpen = place.last && place.last->next == place.last->end;
+        b.insert(doc.limit, (bLastOpen ? eol : std::string()) + Encode(doc.encoding, u"[" + section + u"]") +
+                                eol + Encode(doc.encoding, key + u"=" + value) + eol);
     }
-    // The new section goes before a dangling odd byte of a UTF-16 file, which
-    // would otherwise shift every character after it by one byte.
-    const std::size_t unit = UnitBytes(doc.encoding);
-    const std::size_t limit = doc.bomBytes + (b.size() - doc.bomBytes) / unit * unit;
-    std::string out = b.substr(0, limit);
-    if (!doc.lines.empty() && doc.lines.back().next == doc.lines.back().end)
-        out += eol;
-    out += Encode(doc.encoding, u"[" + section + u"]") + eol + keyLine + eol;
-    return out + b.substr(limit);
+    doc.limit = WholeUnitsEnd(doc);
 }
 
 } // namespace
@@ -358,14 +437,15 @@ tstring GetPrivateProfileString(const tstring& section, const tstring& key, cons
                                 const std::string& path)
 {
     std::optional<tstring> value = ReadValue(path, section, key);
-    return CutToBuffer(value ? std::move(*value) : defaultValue);
+    return value ? std::move(*value) : CutToBuffer(defaultValue);
 }
 
 int GetPrivateProfileInt(const tstring& section, const tstring& key, int defaultValue,
                          const std::string& path)
 {
     // A key present with nothing after '=' reads as missing, as the system's
-    // own function (a string read with an empty default) has it.
+    // own function (a string read with an empty default) has it. The number
+    // is read from the value as the string reader returns it, cut to 511.
     const std::optional<tstring> value = ReadValue(path, section, key);
     if (!value || value->empty())
         return defaultValue;
@@ -400,7 +480,12 @@ bool WritePrivateProfileStrings(const tstring& section,
                 return false;
             }
         }
-        ini_io::ReadResult file = ini_io::ReadWholeFile(path);
+        // Room for every entry as a new section and key (at most three bytes
+        // a character, four a line end), so no edit has to move the file.
+        std::size_t room = 0;
+        for (const auto& [key, value] : entries)
+            room += 3 * (section.size() + key.size() + value.size() + 3) + 3 * 4;
+        ini_io::ReadResult file = ini_io::ReadWholeFile(path, room);
         if (file.status == ini_io::ReadStatus::Unreadable)
         {
             why = file.why;
@@ -408,10 +493,10 @@ bool WritePrivateProfileStrings(const tstring& section,
         }
         // Every entry goes into one new content, written at once: a run cut
         // short leaves all of them or none, never a mix of old and new.
-        std::string content = std::move(file.bytes);
+        Document doc = DetectEncoding(std::move(file.bytes));
         for (const auto& [key, value] : entries)
-            content = Edited(Parse(std::move(content)), section, key, value);
-        return ini_io::WriteWholeFile(path, content, why);
+            Edit(doc, section, key, value);
+        return ini_io::WriteWholeFile(path, doc.bytes, why);
     }();
     if (pWhy != nullptr)
         *pWhy = bWritten ? tstring() : why;
@@ -422,4 +507,9 @@ tstring DescribeUnreadableProfile(const std::string& path)
 {
     const ini_io::ReadResult file = ini_io::ReadWholeFile(path);
     return file.status == ini_io::ReadStatus::Unreadable ? file.why : tstring();
+}
+
+std::string FullProfilePath(const std::string& path)
+{
+    return ini_io::FullPath(path);
 }

@@ -36,3 +36,7 @@ bool WritePrivateProfileStrings(const tstring& section,
 /// Why the file exists but cannot be read as a profile (a directory, a FIFO,
 /// no permission, too large), or empty when it can be read or is missing.
 tstring DescribeUnreadableProfile(const std::string& path);
+
+/// The path as the system names the file it reaches: absolute, from the
+/// working folder. For messages that must say which file a relative path meant.
+std::string FullProfilePath(const std::string& path);

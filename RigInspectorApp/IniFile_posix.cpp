@@ -2,6 +2,7 @@
 // files, replace by rename from a temporary file beside the target.
 #include "IniFileIo.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -11,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #include "share/common/StringUtil.h"
 
@@ -99,7 +101,8 @@ public:
         sigemptyset(&remember.sa_mask);
         for (std::size_t i = 0; i < kSignals.size(); ++i)
         {
-            m_bSwapped[i] = ::sigaction(kSignals[i], nullptr, &m_Old[i]) == 0 && m_Old[i].sa_handler != SIG_IGN &&
+            m_bSwapped[i] = ::sigaction(kSignals[i], nullptr, &m_Old[i]) == 0 &&
+                            m_Old[i].sa_handler != SIG_IGN &&
                             ::sigaction(kSignals[i], &remember, nullptr) == 0;
         }
     }
@@ -128,7 +131,8 @@ bool ReplaceByRename(const std::string& target, const std::string& content, cons
     const std::size_t slash = target.rfind('/');
     const std::string dir = slash == std::string::npos ? std::string() : target.substr(0, slash + 1);
     const std::string base = slash == std::string::npos ? target : target.substr(slash + 1);
-    std::string temp = dir + "." + base + ".XXXXXX";
+    std::string temp =
+        dir + "." + base + std::string(kTemporaryMarker) + std::string(kTemporaryUniqueChars, 'X');
     const int fd = ::mkstemp(temp.data());
     if (fd < 0)
     {
@@ -161,6 +165,29 @@ bool ReplaceByRename(const std::string& target, const std::string& content, cons
     return ok;
 }
 
+/// Removes what a write of target killed outright (SIGKILL, a crash, power
+/// loss) left beside it: only regular files named as our temporaries are.
+void RemoveLeftovers(const std::string& target)
+{
+    const std::size_t slash = target.rfind('/');
+    const std::string dir = slash == std::string::npos ? std::string(".") : target.substr(0, slash + 1);
+    const std::string base = slash == std::string::npos ? target : target.substr(slash + 1);
+    DIR* pDir = ::opendir(dir.c_str());
+    if (pDir == nullptr)
+        return;
+    const int dirFd = ::dirfd(pDir);
+    while (const dirent* pEntry = ::readdir(pDir))
+    {
+        struct stat st
+        {
+        };
+        if (IsTemporaryOf(pEntry->d_name, base) &&
+            ::fstatat(dirFd, pEntry->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode))
+            ::unlinkat(dirFd, pEntry->d_name, 0);
+    }
+    ::closedir(pDir);
+}
+
 /// For a file whose folder takes no new file: written over, then cut to size.
 /// Not one step, but the only way such a file can change at all.
 bool RewriteInPlace(const std::string& target, const std::string& content, int& error)
@@ -183,7 +210,7 @@ bool RewriteInPlace(const std::string& target, const std::string& content, int& 
 }
 } // namespace
 
-ReadResult ReadWholeFile(const std::string& path)
+ReadResult ReadWholeFile(const std::string& path, std::size_t spare)
 {
     ReadResult result;
     // Without O_NONBLOCK a FIFO put in the file's place would hold the open
@@ -207,6 +234,9 @@ ReadResult ReadWholeFile(const std::string& path)
         result.why = u"it is larger than 16 MiB";
     else
         result.status = ReadStatus::Ok;
+    // Sized once: growing by doubling would hold twice the file for a moment.
+    if (result.status == ReadStatus::Ok)
+        result.bytes.reserve(static_cast<std::size_t>(st.st_size) + spare);
     char buffer[65536];
     while (result.status == ReadStatus::Ok)
     {
@@ -242,6 +272,7 @@ bool WriteWholeFile(const std::string& path, const std::string& content, tstring
         why = u"it is a symbolic link to nowhere";
         return false;
     }
+    RemoveLeftovers(target);
     struct stat st
     {
     };
@@ -261,5 +292,13 @@ bool WriteWholeFile(const std::string& path, const std::string& content, tstring
         return true;
     why = ErrnoText(error);
     return false;
+}
+
+std::string FullPath(const std::string& path)
+{
+    // Lexical, as the Windows side's: the file need not exist yet.
+    std::error_code error;
+    const std::filesystem::path full = std::filesystem::absolute(path, error);
+    return error || path.empty() ? path : full.lexically_normal().string();
 }
 } // namespace ini_io

@@ -1,5 +1,5 @@
 // The sequence's checks, in order. A check that lands is appended here.
-#include "DesktopRun.h"
+#include "Details.h"
 #include "ExtendedStep.h"
 #include "Inspector.h"
 #include "InspectorApp.h"
@@ -38,7 +38,7 @@ InspectorChecks DefaultInspectorChecks()
         {
             std::vector<DetailSection> sections;
             const ExtendedResult result = ExtendedChecker(ExtendedSettingsFrom(g_settings)).Run();
-            SetDesktopExtendedResult(result);
+            SetExtendedForDetails(result);
             for (const ExtendedSection& found : ExtendedDetails(result))
             {
                 DetailSection& section = sections.emplace_back();

@@ -2,7 +2,9 @@
 
 #include <cstdio>
 
+#include "RigInspectorApp/FindingsJson.h"
 #include "RigInspectorApp/InspectorDlg.h"
+#include "RigVersion.h"
 #include "share/common/StringUtil.h"
 
 using nlohmann::ordered_json;
@@ -48,13 +50,16 @@ ordered_json ResultsToJson(const CheckResults& r, const RunOutcome& outcome)
 {
     ordered_json j;
     j["tool"] = "rig_inspector_cli";
-    j["version"] = "1.1";
+    j["version"] = RIG_VERSION_SHORT;
     j["passed"] = AllChecksPassed(r);
 
     j["measured"] = {{"cpu_speed_mhz", outcome.cpuSpeedMhz},
                      {"video_memory_mb", outcome.videoMemoryMb},
                      {"system_memory_mb", outcome.systemMemoryMb},
-                     {"system_memory_bytes", r.system.systemMemoryBytes}};
+                     {"system_memory_bytes", r.system.systemMemoryBytes},
+                     {"video_memory_bytes", r.system.gpu ? r.system.gpu->memoryBytes : 0}};
+    j["connection"] = ConnectionToJson(r.connection);
+    j["gpu"] = GpuToJson(r.system.gpu);
 
     const SystemResult& s = r.system;
     ordered_json& checks = j["checks"];

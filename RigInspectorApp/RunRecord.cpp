@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "ExtendedOutput.h"
+#include "FindingsJson.h"
 #include "RigInspector/Diagnostics.h"
 #include "RunHistory.h"
 #include "share/common/StringUtil.h"
@@ -60,11 +61,13 @@ std::string BundleFileName(std::time_t t)
 }
 
 nlohmann::ordered_json RunDocument(const CheckResults& results, const RunOutcome& outcome,
-                                   const std::optional<ExtendedResult>& extended, std::time_t finished)
+                                   const std::optional<ExtendedResult>& extended,
+                                   const std::vector<AdviceItem>& advice, std::time_t finished)
 {
     nlohmann::ordered_json document = ResultsToJson(results, outcome);
     if (extended)
         document["extended"] = ExtendedToJson(*extended);
+    document["advice"] = AdviceToJson(advice);
     document["finished_at"] = IsoLocalTime(finished);
     return document;
 }

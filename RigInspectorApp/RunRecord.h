@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Advice.h"
 #include "ResultsJson.h"
 #include "RigInspector/ExtendedResult.h"
 
@@ -17,10 +18,11 @@ std::string IsoLocalTime(std::time_t t);
 /// "rig-inspector-YYYYMMDD-HHMMSS.html" in local time: the bundle's file name.
 std::string BundleFileName(std::time_t t);
 
-/// ResultsToJson's document, with "extended" when that step ran and
-/// "finished_at".
+/// ResultsToJson's document, with "extended" when that step ran, "advice"
+/// and "finished_at".
 nlohmann::ordered_json RunDocument(const CheckResults& results, const RunOutcome& outcome,
-                                   const std::optional<ExtendedResult>& extended, std::time_t finished);
+                                   const std::optional<ExtendedResult>& extended,
+                                   const std::vector<AdviceItem>& advice, std::time_t finished);
 
 /// The document as --json writes it, and as the bundle embeds it.
 std::string ResultsText(const nlohmann::ordered_json& document);

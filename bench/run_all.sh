@@ -37,7 +37,7 @@ cmake --build --preset release --target "${targets[@]}"
 OUT=$(mktemp -d)
 trap 'rm -rf "$OUT"' EXIT
 failed=0
-names=(sequence_overhead speed_accuracy rtt_fidelity server_capacity udp_efficiency server_scale footprint extended_accuracy bundle)
+names=(sequence_overhead speed_accuracy rtt_fidelity server_capacity udp_efficiency server_scale footprint extended_accuracy ini_memory bundle)
 for name in "${names[@]}"; do
     script=bench/$name.sh
     if [ ! -f "$script" ]; then

@@ -7,7 +7,7 @@ set -euo pipefail
 
 PACKAGES=(
     # build
-    g++ cmake ninja-build pkgconf
+    g++ cmake ninja-build pkgconf clang-format git
     # libraries
     libgtest-dev libgmock-dev nlohmann-json3-dev libcli11-dev libasio-dev qt6-base-dev
     # tests: network namespaces, a real X server, input, fonts for the dialogs

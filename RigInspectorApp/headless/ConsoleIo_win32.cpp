@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <io.h>
+#include <objbase.h>
 #include <windows.h>
 
 namespace
@@ -25,6 +26,10 @@ void PrepareConsole()
     ::SetConsoleOutputCP(CP_UTF8);
     EnableColourEscapes(STD_OUTPUT_HANDLE);
     EnableColourEscapes(STD_ERROR_HANDLE);
+    // COM stays up on this thread for the whole run, as OLE does for the
+    // desktop's: the firewall operations uninitialise before they release
+    // their profile, which must not be the moment COM unloads its server.
+    ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
 }
 
 bool IsTerminal(int fd)

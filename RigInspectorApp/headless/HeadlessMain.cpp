@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -17,14 +18,17 @@
 #include "ReportText.h"
 #include "RigInspector/Diagnostics.h"
 #include "RigInspectorApp/Bundle.h"
+#include "RigInspectorApp/Details.h"
 #include "RigInspectorApp/ExtendedOutput.h"
 #include "RigInspectorApp/ExtendedStep.h"
+#include "RigInspectorApp/FindingsJson.h"
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
 #include "RigInspectorApp/ResultsJson.h"
 #include "RigInspectorApp/RunHistory.h"
 #include "RigInspectorApp/RunRecord.h"
 #include "RigInspectorApp/UserFolders.h"
+#include "RigVersion.h"
 #include "TerminalOutput.h"
 #include "share/common/StringUtil.h"
 
@@ -36,12 +40,22 @@ constexpr int kExitOutputFailed = 3;
 // --accept was given and ../game/option.ini could not be written.
 constexpr int kExitOptionsFailed = 4;
 
+/// A write that fails part way (a full disk) leaves no cut or empty file: what
+/// it wrote is removed. Only a regular file is, never a device or the link
+/// that leads to one (--report /dev/stdout).
 bool WriteFile(const std::string& path, const std::string& content)
 {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (!out.is_open())
+        return false;
     out << content;
     out.close();
-    return static_cast<bool>(out);
+    if (out)
+        return true;
+    std::error_code ignored;
+    if (std::filesystem::symlink_status(path, ignored).type() == std::filesystem::file_type::regular)
+        std::filesystem::remove(path, ignored);
+    return false;
 }
 
 bool WriteFd(int fd, const std::string& content)
@@ -70,8 +84,8 @@ int main(int argc, char** argv)
         "Rig Inspector v1.1: checks this PC and its network against Dunmore Nine's requirements.\n"
         "Reads ./rig_inspector.ini, prints the report as it is written, and exits with 0 when every\n"
         "check passed, 1 when any did not, 2 on a usage error, 3 when --report/--json/--bundle could not\n"
-        "be written, 4 when --accept could not write ../game/option.ini. Diagnostics (what the\n"
-        "report does not say) are printed as warnings on standard error.",
+        "be written, 4 when --accept could not write ../game/option.ini (whatever else failed).\n"
+        "Diagnostics (what the report does not say) are printed as warnings on standard error.",
         "rig_inspector_cli"};
     std::string reportPath;
     std::string jsonPath;
@@ -99,7 +113,7 @@ int main(int argc, char** argv)
                    "history and the JSON")
         ->type_name("PATH");
     app.add_flag("--history", bHistory, "Print the runs kept on this computer and exit (no checks run)");
-    app.set_version_flag("-V,--version", "rig_inspector_cli (Rig Inspector) 1.1");
+    app.set_version_flag("-V,--version", "rig_inspector_cli (Rig Inspector) " RIG_VERSION_SHORT);
     PrepareConsole();
     try
     {
@@ -162,6 +176,8 @@ int main(int argc, char** argv)
             WriteExtendedProgress(nullptr, 0, 0);
         output.WriteLine(ExtendedSummaryText(extendedResult));
     }
+    const std::vector<AdviceItem> advice = AdviceForThisRun(bExtended ? &extendedResult : nullptr);
+    output.WriteLine(AdviceText(advice));
 
     // The run is kept before anything is printed, so a history that could
     // not be written is among the warnings and in the document.
@@ -175,12 +191,12 @@ int main(int argc, char** argv)
     outcome.diagnostics = GetDiagnostics().List();
     const std::optional<ExtendedResult> extended = bExtended ? std::optional(extendedResult) : std::nullopt;
     const std::time_t finished = std::time(nullptr);
-    auto results = RunDocument(g_inspector.m_Results, outcome, extended, finished);
+    auto results = RunDocument(g_inspector.m_Results, outcome, extended, advice, finished);
     const bool bRecorded = RecordRun(results, StateFolder());
     if (!bRecorded)
     {
         outcome.diagnostics = GetDiagnostics().List();
-        results = RunDocument(g_inspector.m_Results, outcome, extended, finished);
+        results = RunDocument(g_inspector.m_Results, outcome, extended, advice, finished);
     }
     const std::string json = ResultsText(results);
 
@@ -221,8 +237,10 @@ int main(int argc, char** argv)
             status = kExitOutputFailed;
         }
     }
-    // The reason is among the warnings above.
-    if (bAccept && toolkit.GetOptionsWritten() == false && status != kExitOutputFailed)
+    // The reason is among the warnings above. It outranks a report, JSON or
+    // bundle that could not be written: those can be had again from another
+    // run, while the game's options are what --accept was for.
+    if (bAccept && toolkit.GetOptionsWritten() == false)
         status = kExitOptionsFailed;
     return status;
 }

@@ -4,10 +4,11 @@
 #include <string_view>
 #include <vector>
 
-/// A streaming converter: tags are dropped, "<br>" becomes a line break,
-/// entities are decoded, a link shows its address after its text, and the
-/// font colours and bold become ANSI attributes when colour is on. A tag or an
-/// entity split across two fragments is held until its end arrives.
+#include "RigInspectorApp/ReportHtml.h"
+
+/// A streaming converter over the report's reader: line breaks stay line
+/// breaks, a link shows its address after its text, and the font colours and
+/// bold become ANSI attributes when colour is on.
 class ReportText
 {
 public:
@@ -19,19 +20,17 @@ public:
     std::string Finish();
 
 private:
-    void Text(std::u16string_view text);
-    void Tag(std::u16string_view tag);
-    void Entity(std::u16string_view entity);
+    void Render(const std::vector<HtmlSpan>& spans);
     void Emit(std::string_view text);
-    void ApplyColour();
+    void ApplyStyle(const HtmlStyle& style);
 
     bool m_bColor;
-    std::u16string m_pending; // an unfinished tag or entity
+    ReportHtmlReader m_Reader;
     std::string m_out;
     bool m_bLineOpen = false;
-    std::vector<std::string> m_colours; // one per open <font>, "" for none
-    int m_bold = 0;
+    bool m_bBold = false;
     std::string m_appliedColour = "\x1b[39m"; // the terminal's own colour
+    bool m_bStyled = false;                   // a style is open that Finish must reset
     bool m_bInLink = false;
     std::string m_linkHref;
     std::string m_linkText;

@@ -5,8 +5,8 @@
 #include <map>
 #include <memory>
 
-#include "RigInspectorApp/DialogTemplate.h"
 #include "DialogUnits.h"
+#include "RigInspectorApp/DialogTemplate.h"
 #include "RigInspectorApp/UiToolkit.h"
 
 class QAbstractButton;

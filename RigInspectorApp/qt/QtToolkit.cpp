@@ -3,8 +3,8 @@
 #include <QApplication>
 
 #include "AppIcon.h"
-#include "RigInspectorApp/DialogTemplate.h"
 #include "QtDialogWindow.h"
+#include "RigInspectorApp/DialogTemplate.h"
 #include "RigInspectorApp/ProcessLauncher.h"
 #include "share/common/Assert.h"
 #include "share/common/Clock.h"

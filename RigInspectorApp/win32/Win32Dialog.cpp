@@ -9,7 +9,9 @@
 
 #include "RigInspectorApp/MinimisedIcon.h"
 #include "RigInspectorApp/ReportActions.h"
+#include "Win32Dpi.h"
 #include "Win32ReportView.h"
+#include "resource.h"
 #include "share/common/Assert.h"
 
 namespace
@@ -72,7 +74,9 @@ DWORD ControlStyle(const DialogControlTemplate& control, WORD& windowClass)
 
 std::vector<WORD> BuildDialogTemplate(const DialogTemplate& t)
 {
-    DWORD style = WS_POPUP | WS_CAPTION | DS_MODALFRAME | DS_SHELLFONT | DS_CENTER;
+    // DS_SETFONT alone: DS_SHELLFONT adds DS_FIXEDSYS, which swaps "MS Shell
+    // Dlg" for the shell's own font and so changes every dialog unit.
+    DWORD style = WS_POPUP | WS_CAPTION | DS_MODALFRAME | DS_SETFONT | DS_CENTER;
     if (t.bCloseBox)
         style |= WS_SYSMENU;
     if (t.bMainWindow)
@@ -153,10 +157,16 @@ Win32DialogWindow::~Win32DialogWindow()
 {
     if (m_hWnd != nullptr)
         ::DestroyWindow(m_hWnd);
+    if (m_hFont != nullptr)
+        ::DeleteObject(m_hFont);
+    for (HICON hIcon : {m_hBigIcon, m_hSmallIcon})
+        if (hIcon != nullptr)
+            ::DestroyIcon(hIcon);
 }
 
 bool Win32DialogWindow::Create(HINSTANCE hInstance)
 {
+    m_hInstance = hInstance;
     const std::vector<WORD> bytes = BuildDialogTemplate(m_Template);
     const HWND hWnd = ::CreateDialogIndirectParamW(hInstance, reinterpret_cast<LPCDLGTEMPLATEW>(bytes.data()),
                                                    nullptr, &DialogProc, reinterpret_cast<LPARAM>(this));
@@ -201,7 +211,10 @@ INT_PTR Win32DialogWindow::OnMessage(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_PAINT:
         return PaintMinimised() ? TRUE : FALSE;
     case WM_QUERYDRAGICON:
-        return reinterpret_cast<INT_PTR>(m_hIcon);
+        return reinterpret_cast<INT_PTR>(m_hBigIcon != nullptr ? m_hBigIcon : m_hIcon);
+    case WM_DPICHANGED:
+        OnDpiChanged(HIWORD(wParam), *reinterpret_cast<const RECT*>(lParam));
+        return TRUE;
     case WM_DESTROY:
         m_pReportView.reset();
         m_pDetailsView.reset();
@@ -213,10 +226,18 @@ INT_PTR Win32DialogWindow::OnMessage(UINT message, WPARAM wParam, LPARAM lParam)
 
 void Win32DialogWindow::OnInitDialog()
 {
+    TakeOverDialogDpiScaling(m_hWnd);
     if (m_hIcon != nullptr)
+        SetIcons(WindowDpi(m_hWnd));
+    // The dialog manager puts each control last, so the children come in
+    // the template's order; the ones made here follow them.
+    HWND hChild = ::GetWindow(m_hWnd, GW_CHILD);
+    for (const DialogControlTemplate& control : m_Template.controls)
     {
-        ::SendMessageW(m_hWnd, WM_SETICON, ICON_BIG, reinterpret_cast<LPARAM>(m_hIcon));
-        ::SendMessageW(m_hWnd, WM_SETICON, ICON_SMALL, reinterpret_cast<LPARAM>(m_hIcon));
+        if (control.kind == DialogControlTemplate::Kind::ReportView || hChild == nullptr)
+            continue;
+        m_Layout.emplace_back(hChild, &control);
+        hChild = ::GetWindow(hChild, GW_HWNDNEXT);
     }
     for (const DialogControlTemplate& control : m_Template.controls)
     {
@@ -246,6 +267,55 @@ void Win32DialogWindow::OnInitDialog()
     m_Logic.OnInitDialog();
 }
 
+void Win32DialogWindow::SetIcons(UINT dpi)
+{
+    // Each at the size the system draws it at this DPI, not one scaled.
+    const HICON hBig = LoadIconForDpi(m_hInstance, IDR_MAINFRAME, false, dpi);
+    const HICON hSmall = LoadIconForDpi(m_hInstance, IDR_MAINFRAME, true, dpi);
+    ::SendMessageW(m_hWnd, WM_SETICON, ICON_BIG, reinterpret_cast<LPARAM>(hBig != nullptr ? hBig : m_hIcon));
+    ::SendMessageW(m_hWnd, WM_SETICON, ICON_SMALL,
+                   reinterpret_cast<LPARAM>(hSmall != nullptr ? hSmall : m_hIcon));
+    for (HICON hOld : {m_hBigIcon, m_hSmallIcon})
+        if (hOld != nullptr)
+            ::DestroyIcon(hOld);
+    m_hBigIcon = hBig;
+    m_hSmallIcon = hSmall;
+}
+
+void Win32DialogWindow::OnDpiChanged(UINT dpi, const RECT& suggested)
+{
+    const HFONT hFont = CreateDialogFont(m_Template.nFontPointSize, dpi);
+    if (hFont == nullptr)
+        return;
+    const SIZE units = DialogBaseUnits(hFont);
+    ::SetWindowPos(m_hWnd, nullptr, suggested.left, suggested.top, suggested.right - suggested.left,
+                   suggested.bottom - suggested.top, SWP_NOZORDER | SWP_NOACTIVATE);
+    for (const auto& [hControl, pControl] : m_Layout)
+    {
+        const RECT rect = DialogRectToPixels(pControl->x, pControl->y, pControl->cx, pControl->cy, units);
+        ::MoveWindow(hControl, rect.left, rect.top, rect.right - rect.left, rect.bottom - rect.top, TRUE);
+        ::SendMessageW(hControl, WM_SETFONT, reinterpret_cast<WPARAM>(hFont), TRUE);
+    }
+    for (const DialogControlTemplate& control : m_Template.controls)
+    {
+        if (control.kind != DialogControlTemplate::Kind::ReportView)
+            continue;
+        if (m_pReportView)
+            m_pReportView->SetBounds(DialogRectToPixels(control.x, control.y, control.cx, control.cy, units),
+                                     dpi);
+        if (m_pDetailsView)
+            m_pDetailsView->OnDialogDpiChanged(
+                DialogRectToPixels(90, control.y + control.cy + 5, 44, 16, units), hFont);
+    }
+    // The controls hold the new font now; the old one is no longer drawn with.
+    if (m_hFont != nullptr)
+        ::DeleteObject(m_hFont);
+    m_hFont = hFont;
+    if (m_hIcon != nullptr)
+        SetIcons(dpi);
+    ::InvalidateRect(m_hWnd, nullptr, TRUE);
+}
+
 bool Win32DialogWindow::PaintMinimised()
 {
     if (!::IsIconic(m_hWnd) || m_hIcon == nullptr)
@@ -258,7 +328,7 @@ bool Win32DialogWindow::PaintMinimised()
     const IconOrigin origin =
         MinimisedIconOrigin(client.right - client.left, client.bottom - client.top,
                             ::GetSystemMetrics(SM_CXICON), ::GetSystemMetrics(SM_CYICON));
-    ::DrawIcon(hdc, origin.x, origin.y, m_hIcon);
+    ::DrawIcon(hdc, origin.x, origin.y, m_hBigIcon != nullptr ? m_hBigIcon : m_hIcon);
     ::EndPaint(m_hWnd, &ps);
     return true;
 }
@@ -267,6 +337,11 @@ IControl* Win32DialogWindow::GetDlgItem(int nId)
 {
     const auto it = m_Controls.find(nId);
     return it == m_Controls.end() ? nullptr : it->second.get();
+}
+
+bool Win32DialogWindow::PreTranslateMessage(MSG& msg)
+{
+    return m_pReportView && m_pReportView->PreTranslateMessage(msg);
 }
 
 IReportView* Win32DialogWindow::GetReportView()
@@ -292,6 +367,16 @@ Win32DetailsView::~Win32DetailsView()
 {
     if (m_hWindow != nullptr && ::IsWindow(m_hWindow))
         ::DestroyWindow(m_hWindow);
+    if (m_hFont != nullptr)
+        ::DeleteObject(m_hFont);
+}
+
+void Win32DetailsView::OnDialogDpiChanged(const RECT& rect, HFONT hFont)
+{
+    if (m_hButton == nullptr)
+        return;
+    ::MoveWindow(m_hButton, rect.left, rect.top, rect.right - rect.left, rect.bottom - rect.top, TRUE);
+    ::SendMessageW(m_hButton, WM_SETFONT, reinterpret_cast<WPARAM>(hFont), TRUE);
 }
 
 void Win32DetailsView::SetDetails(const std::vector<DetailSection>& sections)
@@ -333,39 +418,21 @@ void Win32DetailsView::UpdateShown()
             ::EnableWindow(::GetDlgItem(m_hWindow, id), m_RenderBundle != nullptr);
 }
 
+void Win32DetailsView::Layout(int width, int height)
+{
+    // 120 by 26 with 8 between, at 96 DPI.
+    const auto scaled = [this](int n) { return ::MulDiv(n, static_cast<int>(m_FontDpi), 96); };
+    const int w = scaled(120), h = scaled(26), gap = scaled(8);
+    const int top = height - h - gap;
+    if (m_hText != nullptr)
+        ::MoveWindow(m_hText, 0, 0, width, top > gap ? top - gap : 0, TRUE);
+    ::MoveWindow(::GetDlgItem(m_hWindow, kSaveButtonId), width - 2 * (w + gap), top, w, h, TRUE);
+    ::MoveWindow(::GetDlgItem(m_hWindow, kOpenButtonId), width - (w + gap), top, w, h, TRUE);
+}
+
 namespace
 {
 constexpr wchar_t kDetailsClass[] = L"RigInspectorDetails";
-constexpr int kButtonW = 120, kButtonH = 26, kGap = 8;
-
-// The details window keeps its read-only text filling it above the two
-// buttons, right-aligned at the bottom, as it is sized; the buttons' clicks
-// go to the view it belongs to.
-LRESULT CALLBACK DetailsWindowProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam)
-{
-    if (message == WM_SIZE)
-    {
-        const int w = LOWORD(lParam), h = HIWORD(lParam);
-        const int top = h - kButtonH - kGap;
-        if (const HWND hText = ::GetDlgItem(hWnd, 1))
-            ::MoveWindow(hText, 0, 0, w, top > kGap ? top - kGap : 0, TRUE);
-        ::MoveWindow(::GetDlgItem(hWnd, Win32DetailsView::kSaveButtonId), w - 2 * (kButtonW + kGap), top,
-                     kButtonW, kButtonH, TRUE);
-        ::MoveWindow(::GetDlgItem(hWnd, Win32DetailsView::kOpenButtonId), w - (kButtonW + kGap), top,
-                     kButtonW, kButtonH, TRUE);
-        return 0;
-    }
-    if (message == WM_COMMAND && HIWORD(wParam) == BN_CLICKED)
-    {
-        auto* pView = reinterpret_cast<Win32DetailsView*>(::GetWindowLongPtrW(hWnd, GWLP_USERDATA));
-        if (pView != nullptr && LOWORD(wParam) == Win32DetailsView::kSaveButtonId)
-            pView->OnReportAction(true);
-        else if (pView != nullptr && LOWORD(wParam) == Win32DetailsView::kOpenButtonId)
-            pView->OnReportAction(false);
-        return 0;
-    }
-    return ::DefWindowProcW(hWnd, message, wParam, lParam);
-}
 
 /// The save dialog, the browser and the message, the Win32 way.
 class Win32ReportActionsUi : public IReportActionsUi
@@ -422,6 +489,43 @@ void Win32DetailsView::OnReportAction(bool bSave)
         actions.Open();
 }
 
+// The details window keeps its read-only text filling it above its two
+// buttons as it is sized, its size and font right for the monitor it is on,
+// and hands the buttons' clicks to its view.
+LRESULT CALLBACK Win32DetailsView::WindowProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam)
+{
+    auto* pThis = reinterpret_cast<Win32DetailsView*>(::GetWindowLongPtrW(hWnd, GWLP_USERDATA));
+    if (message == WM_SIZE && pThis != nullptr)
+    {
+        pThis->Layout(LOWORD(lParam), HIWORD(lParam));
+        return 0;
+    }
+    if (message == WM_COMMAND && HIWORD(wParam) == BN_CLICKED && pThis != nullptr)
+    {
+        if (LOWORD(wParam) == kSaveButtonId || LOWORD(wParam) == kOpenButtonId)
+            pThis->OnReportAction(LOWORD(wParam) == kSaveButtonId);
+        return 0;
+    }
+    if (message == WM_DPICHANGED && pThis != nullptr)
+    {
+        const UINT dpi = HIWORD(wParam);
+        if (const HFONT hFont = ScaleFont(pThis->m_hFont, pThis->m_FontDpi, dpi))
+        {
+            for (HWND hChild :
+                 {pThis->GetText(), ::GetDlgItem(hWnd, kSaveButtonId), ::GetDlgItem(hWnd, kOpenButtonId)})
+                ::SendMessageW(hChild, WM_SETFONT, reinterpret_cast<WPARAM>(hFont), TRUE);
+            ::DeleteObject(pThis->m_hFont);
+            pThis->m_hFont = hFont;
+            pThis->m_FontDpi = dpi;
+        }
+        const RECT& r = *reinterpret_cast<const RECT*>(lParam);
+        ::SetWindowPos(hWnd, nullptr, r.left, r.top, r.right - r.left, r.bottom - r.top,
+                       SWP_NOZORDER | SWP_NOACTIVATE);
+        return 0;
+    }
+    return ::DefWindowProcW(hWnd, message, wParam, lParam);
+}
+
 void Win32DetailsView::OpenWindow()
 {
     // A window of its own, not a child of the dialog: it may be moved and
@@ -430,33 +534,42 @@ void Win32DetailsView::OpenWindow()
     {
         const HINSTANCE hInstance = ::GetModuleHandleW(nullptr);
         WNDCLASSW wc{};
-        wc.lpfnWndProc = &DetailsWindowProc;
+        wc.lpfnWndProc = &WindowProc;
         wc.hInstance = hInstance;
         wc.hCursor = ::LoadCursorW(nullptr, IDC_ARROW);
         wc.lpszClassName = kDetailsClass;
         ::RegisterClassW(&wc); // fails harmlessly once registered
+        // 480 by 240 at 96 DPI, on the dialog's monitor.
+        const UINT dpi = WindowDpi(m_hButton);
         m_hWindow =
             ::CreateWindowExW(0, kDetailsClass, L"Rig Inspector Details", WS_OVERLAPPEDWINDOW, CW_USEDEFAULT,
-                              CW_USEDEFAULT, 520, 280, nullptr, nullptr, hInstance, nullptr);
+                              CW_USEDEFAULT, ::MulDiv(480, static_cast<int>(dpi), 96),
+                              ::MulDiv(240, static_cast<int>(dpi), 96), nullptr, nullptr, hInstance, nullptr);
         if (m_hWindow == nullptr)
             return;
-        ::SetWindowLongPtrW(m_hWindow, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+        // A font of its own: the dialog's may be replaced while this window lives.
+        if (m_hFont == nullptr && m_hButton != nullptr)
+        {
+            m_hFont =
+                ScaleFont(reinterpret_cast<HFONT>(::SendMessageW(m_hButton, WM_GETFONT, 0, 0)), dpi, dpi);
+            m_FontDpi = dpi;
+        }
         const auto child = [this, hInstance](const wchar_t* cls, const wchar_t* text, DWORD style, int id)
         {
             const HWND hChild =
                 ::CreateWindowExW(0, cls, text, WS_CHILD | WS_VISIBLE | style, 0, 0, 0, 0, m_hWindow,
-                                  reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), hInstance, nullptr);
-            if (m_hButton != nullptr)
-                ::SendMessageW(hChild, WM_SETFONT, ::SendMessageW(::GetParent(m_hButton), WM_GETFONT, 0, 0),
-                               FALSE);
+                                  reinterpret_cast<HMENU>(static_cast<INT_PTR>(id)), nullptr, nullptr);
+            ::SendMessageW(hChild, WM_SETFONT, reinterpret_cast<WPARAM>(m_hFont), FALSE);
             return hChild;
         };
         m_hText = child(L"EDIT", L"", WS_VSCROLL | ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL, 1);
         child(L"BUTTON", L"Save report\u2026", WS_TABSTOP | BS_PUSHBUTTON, kSaveButtonId);
         child(L"BUTTON", L"Open in browser", WS_TABSTOP | BS_PUSHBUTTON, kOpenButtonId);
+        // Sized messages from now on reach the view.
+        ::SetWindowLongPtrW(m_hWindow, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
         RECT client;
         ::GetClientRect(m_hWindow, &client);
-        ::SendMessageW(m_hWindow, WM_SIZE, SIZE_RESTORED, MAKELPARAM(client.right, client.bottom));
+        Layout(client.right, client.bottom);
         UpdateShown();
     }
     ::SetWindowTextW(GetText(), m_Text.c_str());
@@ -497,7 +610,9 @@ int Win32Toolkit::RunModal(CDialogLogic& dlg)
 {
     const DialogTemplate* pTemplate = FindDialogTemplate(dlg.GetTemplateId());
     ZUL_ASSERT(pTemplate != nullptr);
-    Win32DialogWindow window(dlg, *pTemplate, m_hIcon);
+    // Only the main dialog sets the application's icon on itself; the graphic
+    // configuration keeps the system's.
+    Win32DialogWindow window(dlg, *pTemplate, pTemplate->bMainWindow ? m_hIcon : nullptr);
     m_ModalStack.push_back(&window);
     int nResult = -1;
     if (window.Create(m_hInstance))
@@ -539,9 +654,10 @@ bool Win32Toolkit::PumpWaitingMessages()
 void Win32Toolkit::DispatchDialogMessage(MSG& msg)
 {
     const HWND hRoot = msg.hwnd != nullptr ? ::GetAncestor(msg.hwnd, GA_ROOT) : nullptr;
-    for (const Win32DialogWindow* pWindow : m_ModalStack)
+    for (Win32DialogWindow* pWindow : m_ModalStack)
     {
-        if (pWindow->GetHwnd() == hRoot && !pWindow->IsEnded() && ::IsDialogMessageW(hRoot, &msg))
+        if (pWindow->GetHwnd() == hRoot && !pWindow->IsEnded() &&
+            (pWindow->PreTranslateMessage(msg) || ::IsDialogMessageW(hRoot, &msg)))
             return;
     }
     ::TranslateMessage(&msg);

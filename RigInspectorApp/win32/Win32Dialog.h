@@ -31,6 +31,8 @@ public:
 
     Win32DetailsView(HWND hDialog, const RECT& rect);
     ~Win32DetailsView() override;
+    /// The dialog's DPI changed: the button moves to rect and takes hFont.
+    void OnDialogDpiChanged(const RECT& rect, HFONT hFont);
     void SetDetails(const std::vector<DetailSection>& sections) override;
     void OfferReport(std::function<std::string()> renderBundle) override;
     /// Opens (or refreshes and raises) the text window; what a click does.
@@ -43,7 +45,10 @@ public:
     HWND GetText() const;
 
 private:
+    static LRESULT CALLBACK WindowProc(HWND hWnd, UINT message, WPARAM wParam, LPARAM lParam);
     void UpdateShown();
+    /// The text above, the two buttons right-aligned under it.
+    void Layout(int width, int height);
 
     HWND m_hButton = nullptr;
     HWND m_hWindow = nullptr;
@@ -51,6 +56,9 @@ private:
     std::wstring m_Text;
     bool m_bHasSections = false;
     std::function<std::string()> m_RenderBundle;
+    /// The window's own font, made for the DPI it is shown at.
+    HFONT m_hFont = nullptr;
+    UINT m_FontDpi = USER_DEFAULT_SCREEN_DPI;
 };
 
 /// The in-memory DLGTEMPLATEEX of a template: "MS Shell Dlg" at the table's
@@ -83,6 +91,8 @@ public:
     bool Create(HINSTANCE hInstance);
     HWND GetHwnd() const { return m_hWnd; }
     bool IsEnded() const { return m_bEnded; }
+    /// Lets the report view's control take its keys before the dialog manager.
+    bool PreTranslateMessage(MSG& msg);
     int GetResult() const { return m_nResult; }
 
     IControl* GetDlgItem(int nId) override;
@@ -98,11 +108,23 @@ private:
     INT_PTR OnMessage(UINT message, WPARAM wParam, LPARAM lParam);
     void OnInitDialog();
     bool PaintMinimised();
+    /// WM_DPICHANGED: to the suggested rectangle, the template laid out again
+    /// with its font made for dpi, icons of that size.
+    void OnDpiChanged(UINT dpi, const RECT& suggested);
+    void SetIcons(UINT dpi);
 
     CDialogLogic& m_Logic;
     const DialogTemplate& m_Template;
     HICON m_hIcon;
+    HINSTANCE m_hInstance = nullptr;
     HWND m_hWnd = nullptr;
+    /// The template's controls (the report view apart) with their windows.
+    std::vector<std::pair<HWND, const DialogControlTemplate*>> m_Layout;
+    /// The template's font as made at the last DPI change, and the icons for
+    /// the window's DPI; the dialog's own.
+    HFONT m_hFont = nullptr;
+    HICON m_hBigIcon = nullptr;
+    HICON m_hSmallIcon = nullptr;
     std::map<int, std::unique_ptr<Win32Control>> m_Controls;
     std::unique_ptr<Win32ReportView> m_pReportView;
     std::unique_ptr<Win32DetailsView> m_pDetailsView;

@@ -1,5 +1,6 @@
 #include "Win32ReportView.h"
 
+#include <docobj.h>
 #include <exdisp.h>
 #include <mshtml.h>
 #include <ole2.h>
@@ -10,12 +11,15 @@
 #include <string>
 
 #include "RigInspectorApp/ReportRtf.h"
+#include "Win32Dpi.h"
 
 namespace
 {
 // MSHTML's document object; MinGW's uuid library does not carry its class id.
 constexpr CLSID kClsidHtmlDocument = {
     0x25336920, 0x03F9, 0x11CF, {0x8F, 0xD0, 0x00, 0xAA, 0x00, 0x68, 0x6F, 0x13}};
+constexpr DISPID kDispidNavigate = 104;
+constexpr DISPID kDispidDocument = 203;
 
 /// Releases a COM interface at the end of a scope.
 template <class T> class ComPtr
@@ -45,6 +49,7 @@ class BrowserSite final : public IOleClientSite, public IOleInPlaceSite, public 
 {
 public:
     BrowserSite(HWND hHost, const RECT& rect) : m_hHost(hHost), m_Rect(rect) {}
+    void SetRect(const RECT& rect) { m_Rect = rect; }
     BrowserSite(const BrowserSite&) = delete;
     BrowserSite& operator=(const BrowserSite&) = delete;
     virtual ~BrowserSite() = default;
@@ -143,7 +148,7 @@ private:
 class WebBrowserView final : public Win32ReportView
 {
 public:
-    WebBrowserView(HWND hDialog, int nId, const RECT& rect)
+    WebBrowserView(HWND hDialog, int nId, const RECT& rect) : m_nZoom(ZoomForDpi(WindowDpi(hDialog)))
     {
         // The control lives in a plain child window of the dialog that
         // carries the template's id and position.
@@ -159,11 +164,16 @@ public:
         ::OleSetContainedObject(m_pObject, TRUE);
         RECT pos = inner;
         m_pObject->DoVerb(OLEIVERB_INPLACEACTIVATE, nullptr, m_pSite.get(), 0, m_hHost, &pos);
-        m_pObject->QueryInterface(IID_IWebBrowser2, reinterpret_cast<void**>(&m_pBrowser));
+        // Navigate and Document are automation calls on the control's
+        // IDispatch, by dispatch id.
+        m_pObject->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&m_pBrowser));
+        m_pObject->QueryInterface(IID_IOleInPlaceActiveObject, reinterpret_cast<void**>(&m_pActive));
     }
 
     ~WebBrowserView() override
     {
+        if (m_pActive != nullptr)
+            m_pActive->Release();
         if (m_pBrowser != nullptr)
             m_pBrowser->Release();
         if (m_pObject != nullptr)
@@ -180,9 +190,21 @@ public:
     {
         if (m_pBrowser == nullptr)
             return;
-        const BSTR bstrUrl = ::SysAllocString(reinterpret_cast<const OLECHAR*>(url.c_str()));
-        m_pBrowser->Navigate(bstrUrl, nullptr, nullptr, nullptr, nullptr);
-        ::SysFreeString(bstrUrl);
+        // The URL, then Flags, TargetFrameName, PostData and Headers as null
+        // VARIANT pointers; arguments go in reverse order.
+        VARIANTARG args[5];
+        for (VARIANTARG& arg : args)
+        {
+            ::VariantInit(&arg);
+            arg.vt = VT_VARIANT | VT_BYREF;
+            arg.pvarVal = nullptr;
+        }
+        args[4].vt = VT_BSTR;
+        args[4].bstrVal = ::SysAllocString(reinterpret_cast<const OLECHAR*>(url.c_str()));
+        DISPPARAMS params{args, nullptr, 5, 0};
+        m_pBrowser->Invoke(kDispidNavigate, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, nullptr,
+                           nullptr, nullptr);
+        ::SysFreeString(args[4].bstrVal);
     }
 
     bool HasDocument() const override
@@ -211,6 +233,9 @@ public:
             }
         }
         ::GlobalFree(hBlock);
+        // The control takes a zoom only once it has a document to show.
+        if (bLoaded && m_nZoomShown != m_nZoom)
+            ApplyZoom();
         return bLoaded;
     }
 
@@ -232,17 +257,77 @@ public:
 
     bool OnNotify(const NMHDR*) override { return false; }
 
+    bool PreTranslateMessage(MSG& msg) override
+    {
+        // While the control has the focus its keys go to it first, as the
+        // dialog manager would otherwise take arrows and Page Down for
+        // moving between buttons, and the control sees no Ctrl+C.
+        if (m_pActive == nullptr || msg.message < WM_KEYFIRST || msg.message > WM_KEYLAST)
+            return false;
+        if (msg.hwnd != m_hHost && ::IsChild(m_hHost, msg.hwnd) == FALSE)
+            return false;
+        return m_pActive->TranslateAccelerator(&msg) == S_OK;
+    }
+
+    void SetBounds(const RECT& rect, UINT dpi) override
+    {
+        if (m_hHost == nullptr)
+            return;
+        ::MoveWindow(m_hHost, rect.left, rect.top, rect.right - rect.left, rect.bottom - rect.top, TRUE);
+        const RECT inner{0, 0, rect.right - rect.left, rect.bottom - rect.top};
+        m_pSite->SetRect(inner);
+        ComPtr<IOleInPlaceObject> pInPlace;
+        if (m_pObject != nullptr &&
+            SUCCEEDED(m_pObject->QueryInterface(IID_IOleInPlaceObject, pInPlace.OutVoid())))
+            pInPlace->SetObjectRects(&inner, &inner);
+        m_nZoom = ZoomForDpi(dpi);
+        if (HasDocument())
+            ApplyZoom();
+    }
+
 private:
+    // The control draws pages at 96 DPI unless told otherwise: its optical
+    // zoom (as ExecWB would set it) scales the report with the window.
+    static long ZoomForDpi(UINT dpi) { return ::MulDiv(100, static_cast<int>(dpi), USER_DEFAULT_SCREEN_DPI); }
+    void ApplyZoom()
+    {
+        ComPtr<IOleCommandTarget> pTarget;
+        if (m_pObject == nullptr ||
+            FAILED(m_pObject->QueryInterface(IID_IOleCommandTarget, pTarget.OutVoid())))
+            return;
+        VARIANT zoom;
+        ::VariantInit(&zoom);
+        zoom.vt = VT_I4;
+        zoom.lVal = m_nZoom;
+        if (SUCCEEDED(
+                pTarget->Exec(nullptr, OLECMDID_OPTICAL_ZOOM, OLECMDEXECOPT_DONTPROMPTUSER, &zoom, nullptr)))
+            m_nZoomShown = m_nZoom;
+    }
+
     bool GetDocument(ComPtr<IDispatch>& pDocument) const
     {
-        return m_pBrowser != nullptr && SUCCEEDED(m_pBrowser->get_Document(pDocument.Out())) &&
-               pDocument.Get() != nullptr;
+        if (m_pBrowser == nullptr)
+            return false;
+        DISPPARAMS noArgs{nullptr, nullptr, 0, 0};
+        VARIANT result;
+        ::VariantInit(&result);
+        if (FAILED(m_pBrowser->Invoke(kDispidDocument, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_PROPERTYGET,
+                                      &noArgs, &result, nullptr, nullptr)))
+            return false;
+        if (result.vt == VT_DISPATCH && result.pdispVal != nullptr)
+            *pDocument.Out() = result.pdispVal; // the reference moves over
+        else
+            ::VariantClear(&result);
+        return pDocument.Get() != nullptr;
     }
 
     HWND m_hHost = nullptr;
     std::unique_ptr<BrowserSite> m_pSite;
     IOleObject* m_pObject = nullptr;
-    IWebBrowser2* m_pBrowser = nullptr;
+    IDispatch* m_pBrowser = nullptr;
+    IOleInPlaceActiveObject* m_pActive = nullptr;
+    long m_nZoom;
+    long m_nZoomShown = 0;
 };
 
 class RichEditView final : public Win32ReportView
@@ -326,6 +411,16 @@ public:
             ::ShellExecuteW(nullptr, L"open", reinterpret_cast<LPCWSTR>(pTarget->url.c_str()), nullptr,
                             nullptr, SW_SHOWNORMAL);
         return true;
+    }
+
+    // RichEdit handles its keys itself (and the dialog manager leaves them to it).
+    bool PreTranslateMessage(MSG&) override { return false; }
+
+    // The sizes in its text are in points, which the control converts at
+    // its window's DPI.
+    void SetBounds(const RECT& rect, UINT) override
+    {
+        ::MoveWindow(m_hEdit, rect.left, rect.top, rect.right - rect.left, rect.bottom - rect.top, TRUE);
     }
 
 private:

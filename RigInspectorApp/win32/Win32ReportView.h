@@ -14,6 +14,12 @@ class Win32ReportView : public IReportView
 public:
     /// WM_NOTIFY of the dialog; true when the view handled it.
     virtual bool OnNotify(const NMHDR* pHeader) = 0;
+    /// A queued message, before the dialog manager sees it; true when the
+    /// view's control took it (its own keys: copy, arrows, Page Down).
+    virtual bool PreTranslateMessage(MSG& msg) = 0;
+    /// The dialog's DPI changed: the view moves to rect (pixels of the
+    /// dialog's client area) and draws its content for dpi.
+    virtual void SetBounds(const RECT& rect, UINT dpi) = 0;
 };
 
 enum class ReportViewKind

@@ -3,6 +3,3 @@
 // The resource compiler reads this file too: plain macros only.
 
 #define IDR_MAINFRAME 128
-
-#define RIG_VERSION_BINARY 1, 1, 0, 0
-#define RIG_VERSION_TEXT "1.1.0.0"

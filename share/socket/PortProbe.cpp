@@ -6,7 +6,7 @@ namespace zul::socket
 {
 bool IsUdpPortFree(std::uint16_t port)
 {
-    const SocketHandle hSocket = platform::Open(platform::SocketKind::Datagram);
+    const SocketHandle hSocket = platform::OpenPlain(platform::SocketKind::Datagram);
     if (hSocket == kInvalidSocket)
         return false;
     in_addr any{};

@@ -25,6 +25,9 @@ enum class SocketKind
 /// An IPv4 socket of the given kind, or kInvalidSocket. Not inherited by
 /// child processes (the patcher is started from the same process).
 SocketHandle Open(SocketKind kind);
+/// As Open, with the default protocol and, on Windows, without overlapped
+/// I/O: for a socket that is only bound and closed, never waited on.
+SocketHandle OpenPlain(SocketKind kind);
 /// False when the platform reports an error; the handle is gone either way.
 bool Close(SocketHandle hSocket);
 /// The error code of the last failed call on this thread.

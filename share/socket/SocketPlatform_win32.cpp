@@ -1,5 +1,6 @@
 // Winsock 2 form of the socket library's platform layer.
 #include "SocketPlatform.h"
+#include "WinsockStartup_win32.h"
 
 #include <chrono>
 #include <cstring>
@@ -98,6 +99,13 @@ SocketHandle Open(SocketKind kind)
     return NotInherited(::socket(AF_INET, type, protocol));
 }
 
+// socket() makes overlapped sockets; WSASocketW without flags makes a plain one.
+SocketHandle OpenPlain(SocketKind kind)
+{
+    const int type = kind == SocketKind::Stream ? SOCK_STREAM : SOCK_DGRAM;
+    return NotInherited(::WSASocketW(AF_INET, type, 0, nullptr, 0, 0));
+}
+
 bool Close(SocketHandle hSocket)
 {
     NonBlocking().Set(hSocket, false);
@@ -146,16 +154,6 @@ bool GetUnacknowledgedBytes(SocketHandle hSocket, std::uint32_t& nBytes)
         return false;
     nBytes = 0;
     return true;
-}
-
-bool Bind(SocketHandle hSocket, const sockaddr_in& addr)
-{
-    return ::bind(hSocket, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) == 0;
-}
-
-bool Listen(SocketHandle hSocket, int nBacklog)
-{
-    return ::listen(hSocket, nBacklog) == 0;
 }
 
 // An accepted Winsock socket takes the listener's blocking mode; the BSD one
@@ -336,58 +334,30 @@ bool UpdateConnectContext(SocketHandle hSocket)
     return ::setsockopt(hSocket, SOL_SOCKET, SO_UPDATE_CONNECT_CONTEXT, nullptr, 0) == 0;
 }
 
-tstring AddressToText(const in_addr& addr)
+bool StartWinsock(WsaStartupCall startup, WsaCleanupCall cleanup)
 {
-    return zul::ToWide(::inet_ntoa(addr));
-}
-
-in_addr TextToAddress(const tstring& text)
-{
-    in_addr addr{};
-    addr.s_addr = ::inet_addr(zul::ToMultiByte(text).c_str());
-    return addr;
-}
-
-sockaddr_in MakeAddress(const in_addr& addr, std::uint16_t port)
-{
-    sockaddr_in result{};
-    result.sin_family = AF_INET;
-    result.sin_port = htons(port);
-    result.sin_addr = addr;
-    return result;
+    // Version 2.0, asked for and checked as Winsock's rules have it: a
+    // system that can only grant something else has still started, and is
+    // undone.
+    WSADATA data{};
+    if (startup(MAKEWORD(2, 0), &data) != 0)
+        return false;
+    if (LOBYTE(data.wVersion) != 2 || HIBYTE(data.wVersion) != 0)
+    {
+        cleanup();
+        return false;
+    }
+    return true;
 }
 
 bool Startup()
 {
-    WSADATA data{};
-    return ::WSAStartup(MAKEWORD(2, 2), &data) == 0;
+    return StartWinsock(&::WSAStartup, &::WSACleanup);
 }
 
 void Cleanup()
 {
     ::WSACleanup();
-}
-
-bool GetHostName(std::string& name)
-{
-    char buffer[256] = {};
-    if (::gethostname(buffer, sizeof(buffer) - 1) != 0)
-        return false;
-    name = buffer;
-    return true;
-}
-
-bool ResolveIPv4(const std::string& host, in_addr& addr)
-{
-    addrinfo hints{};
-    hints.ai_family = AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* pList = nullptr;
-    if (::getaddrinfo(host.c_str(), nullptr, &hints, &pList) != 0 || pList == nullptr)
-        return false;
-    addr = reinterpret_cast<const sockaddr_in*>(pList->ai_addr)->sin_addr;
-    ::freeaddrinfo(pList);
-    return true;
 }
 
 // GetAdaptersInfo lists wireless adapters with their own type (IEEE 802.11),

@@ -1,9 +1,13 @@
 #pragma once
-// The BSD-socket types and error codes of the socket library.
+// The BSD-socket types and error codes of the socket library, and the headers
+// of the calls it shares with Winsock.
+#include <arpa/inet.h>
 #include <cerrno>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace zul::socket
 {

@@ -91,6 +91,22 @@ TEST_F(CliTest, AcceptWritesTheRecommendedOptionsAndPatcherIsStartedOnLeaving)
     close(fd);
 }
 
+// A full disk under --report and --json, and an option.ini that is a folder:
+// the options' failure is the one the status tells, and the outputs that
+// could not be written leave nothing behind, not even an empty file.
+TEST_F(CliTest, FailedWritesLeaveNoFileAndTheOptionsFailureIsTheStatus)
+{
+    std::filesystem::create_directory(m_Game + "/option.ini");
+    const e2e::CliRun run = Run("--accept --quiet --report ../full/report.html --json ../full/result.json",
+                                "mkdir full && mount -t tmpfs -o size=4k rig-full full && { head -c 65536 "
+                                "/dev/zero >full/fill; true; }",
+                                "ls -A full >listing.txt", /*bPrivateMounts=*/true);
+    EXPECT_EQ(run.status, 4) << run.err;
+    EXPECT_NE(run.err.find("cannot write the report"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("cannot write the JSON"), std::string::npos) << run.err;
+    EXPECT_EQ(TempDir::Read(m_Root + "/listing.txt"), "fill\n");
+}
+
 TEST_F(CliTest, UsageHelpAndVersion)
 {
     EXPECT_EQ(Run("--report").status, 2);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <filesystem>
 
 #include "FakeToolkit.h"
 #include "RigInspector/Diagnostics.h"
@@ -68,9 +69,13 @@ TEST(GraphicConfigDlg, AcceptWritesTheFourKeysAsOneUnitAndLeavesEvenWhenThatFail
         ASSERT_EQ(diagnostics.size(), bFail ? 1u : 0u);
         if (bFail)
         {
+            // The file the relative name reached, from the working folder.
+            const std::string full =
+                (std::filesystem::current_path().parent_path() / "game" / "option.ini").string();
+            EXPECT_EQ(diagnostics[0].code, "options_write_failed");
             EXPECT_EQ(diagnostics[0].message,
-                      u"The graphic options could not be written to ../game/option.ini "
-                      u"(it is a directory, not a file).");
+                      u"The graphic options could not be written to ../game/option.ini (" +
+                          tstring(full.begin(), full.end()) + u": it is a directory, not a file).");
         }
         EXPECT_EQ(tk.m_quitCodes, std::vector<int>{0});
         using Started = std::vector<std::pair<std::string, int>>;

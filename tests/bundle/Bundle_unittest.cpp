@@ -34,7 +34,7 @@ ordered_json FullDocument()
                      "vpn_or_tunnel": false, "roaming_count": 3},
       "gpu": {"name": "Radeon <RX> 6600", "vendor": "AMD", "driver_version": "23.1", "memory_bytes": 8589934592},
       "advice": [{"code": "wifi_weak", "severity": "warning", "text": "The Wi-Fi signal is weak.",
-                  "evidence": "41 % signal"}],
+                  "evidence": {"wifi_signal_percent": 41, "interface": "wlan0"}}],
       "extended": {"ran": true, "failure": null,
                    "latency_idle_ms": {"p50": 21.5, "p90": 25.0, "min": 19.0, "samples": 100},
                    "latency_loaded_ms": {"p50": 88.0, "p90": 140.0, "samples": 300, "increase": 66.5, "grade": "C"},
@@ -123,6 +123,7 @@ TEST(Bundle, RendersASectionForEveryKeyThatIsThere)
     EXPECT_NE(html.find("<th>Roaming count</th><td>3</td>"), std::string::npos);
     EXPECT_NE(html.find("Wi-Fi signal (%)</th><td>41</td>"), std::string::npos);
     EXPECT_NE(html.find("badge warning"), std::string::npos);
+    EXPECT_NE(html.find("Evidence: Wi-Fi signal (%): 41; Interface: wlan0"), std::string::npos);
     EXPECT_NE(html.find("Loss starts at your provider."), std::string::npos);
     EXPECT_NE(html.find("<td>2</td><td class=\"n\">no answer</td>"), std::string::npos);
     EXPECT_NE(html.find("&lt;/script&gt;&lt;!--&lt;script&gt; &amp; &quot;quotes&quot;"), std::string::npos);

@@ -17,6 +17,7 @@ struct FakePlatform : IFirewallPlatform
     struct Profile : IFirewallProfileApi
     {
         explicit Profile(FakePlatform& f) : f(f) {}
+        ~Profile() override { f.events.push_back("released"); }
         bool IsApplicationEnabled(const char16_t* imagePath) override { return f.entries[imagePath]; }
         HRESULT AddApplication(const char16_t* imagePath, const char16_t* name) override
         {
@@ -32,10 +33,17 @@ struct FakePlatform : IFirewallPlatform
     };
 
     HRESULT CoInitializeEx() override { return initResult; }
-    void CoUninitialize() override { ++uninits; }
+    void CoUninitialize() override
+    {
+        ++uninits;
+        events.push_back("uninit");
+    }
     std::unique_ptr<IFirewallProfileApi> OpenCurrentProfile() override
     {
-        return hasProfile ? std::make_unique<Profile>(*this) : nullptr;
+        if (!hasProfile)
+            return nullptr;
+        events.push_back("opened");
+        return std::make_unique<Profile>(*this);
     }
     tstring GetModuleFileName() override { return u"C:\\Games\\Dunmore\\Patcher\\FC.exe"; }
 
@@ -47,6 +55,7 @@ struct FakePlatform : IFirewallPlatform
     HRESULT flagResult = S_OK;
     HRESULT addResult = S_OK;
     std::vector<std::pair<tstring, tstring>> added;
+    std::vector<std::string> events; // profiles opened and released, COM uninitialised
 };
 
 bool g_xpSp2 = false;
@@ -168,6 +177,20 @@ TEST_F(FirewallTest, ComStartAndItsBalance)
     EXPECT_EQ(m_Platform.uninits, 1);
     g_inspector.RegisterGameWithFirewall();
     EXPECT_EQ(m_Platform.uninits, 2);
+}
+
+// Each operation uninitialises COM while its own profile still lives and
+// releases it after; the profiles the helpers open come and go before.
+TEST_F(FirewallTest, ComIsUninitialisedBeforeTheProfileIsReleased)
+{
+    g_inspector.CheckFirewall();
+    EXPECT_EQ(m_Platform.events, (std::vector<std::string>{"opened", "opened", "released", "opened",
+                                                           "released", "uninit", "released"}));
+    m_Platform.events.clear();
+    g_inspector.RegisterGameWithFirewall();
+    EXPECT_EQ(m_Platform.events,
+              (std::vector<std::string>{"opened", "opened", "released", "uninit", "released"}));
+    Take();
 }
 
 TEST_F(FirewallTest, RegisterGameWithFirewall)

@@ -71,4 +71,24 @@ TEST(AnalyzerSettings, DiagnosesWhatCannotWorkAsGiven)
     EXPECT_EQ(none.List()[0].code, "settings_file_unreadable");
     EXPECT_EQ(folder.m_TcpPort, 9999);
 }
+
+// The sockets take a host as a C string, ending at its first NUL: the setting
+// is judged as they see it, so a host that works is never warned about and
+// one that cannot is.
+TEST(AnalyzerSettings, ValuesEndAtTheirFirstNul)
+{
+    TempDir dir;
+    using namespace std::string_literals;
+    TempDir::Write(dir.File("rig.ini"), "[tcp]\nhost=127.0.0.1\0junk\n[udp]\nhost=\0"
+                                        "127.0.0.1\n[url]\nportforward=http://guide/\0x\n"s);
+    Diagnostics diagnostics;
+    const AnalyzerSettings s(dir.File("rig.ini"), &diagnostics);
+    EXPECT_EQ(s.m_TcpHost, u"127.0.0.1");
+    EXPECT_EQ(s.m_UdpHost, u"");
+    EXPECT_EQ(s.m_PortForwardUrl, u"http://guide/");
+    ASSERT_EQ(diagnostics.List().size(), 1u);
+    EXPECT_EQ(diagnostics.List()[0].message,
+              u"The [udp] host \"\" is not an IPv4 address in dotted form, and hosts are never looked up by "
+              u"name, so this test cannot reach its server.");
+}
 } // namespace

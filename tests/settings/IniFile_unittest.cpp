@@ -238,16 +238,47 @@ TEST_F(IniTest, KeysWrittenAsOneUnitSurviveAKillAtAnyMoment)
         for (const tstring& value : values)
             EXPECT_EQ(value, values[0]) << round;
         EXPECT_EQ(GetPrivateProfileString(u"audio", u"volume", u"?", m_Path), u"7");
-        // A kill no process can catch may leave a temporary file; the polite ones never do.
+        // A kill no process can catch may leave a temporary file; the polite
+        // ones never do, and the next write removes what the others left.
         if (signal != SIGKILL)
         {
             EXPECT_EQ(EntriesIn(m_Dir.Path()), 1) << round;
         }
-        for (const auto& entry : std::filesystem::directory_iterator(m_Dir.Path()))
-        {
-            if (entry.path() != m_Path)
-                std::filesystem::remove(entry.path());
-        }
+        ASSERT_TRUE(Write(u"audio", u"volume", u"7"));
+        EXPECT_EQ(EntriesIn(m_Dir.Path()), 1) << round;
     }
+}
+
+// As the patcher starts the tool: game/ beside the working folder, an
+// option.ini already there with other sections, and what a killed run left.
+// Only names that are a write's temporaries of this very file are removed.
+TEST_F(IniTest, UpdatesAnExistingFileFromARelativePathAndRemovesOnlyOurLeftovers)
+{
+    std::filesystem::create_directories(m_Dir.File("patcher"));
+    std::filesystem::create_directories(m_Dir.File("game"));
+    const std::string option = m_Dir.File("game/option.ini");
+    TempDir::Write(option, "[audio]\r\nvolume=7\r\n[video]\r\nshadow=0\r\n");
+    const std::string leftover = m_Dir.File("game/.option.ini.rigtmp.a1B2c3");
+    const std::string decoys[] = {"game/.option.ini.rigtmp.a1B2c",    "game/.option.ini.rigtmp.a1B2c3d",
+                                  "game/.settings.ini.rigtmp.a1B2c3", "game/option.ini.rigtmp.a1B2c3",
+                                  "game/.option.ini.rigtmp.a1-2c3",   "game/.option.ini.XXXXXX.a1B2c3"};
+    TempDir::Write(leftover, "[video]\r\nsha");
+    for (const std::string& decoy : decoys)
+        TempDir::Write(m_Dir.File(decoy), "theirs");
+    std::filesystem::create_directory(m_Dir.File("game/.option.ini.rigtmp.folder"));
+
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(m_Dir.File("patcher"));
+    tstring why;
+    const bool bWritten = WritePrivateProfileStrings(u"video", {{u"shadow", u"1"}, {u"char_lod", u"1"}},
+                                                     "../game/option.ini", &why);
+    std::filesystem::current_path(before);
+
+    ASSERT_TRUE(bWritten) << std::string(why.begin(), why.end());
+    EXPECT_EQ(TempDir::Read(option), "[audio]\r\nvolume=7\r\n[video]\r\nshadow=1\r\nchar_lod=1\r\n");
+    EXPECT_FALSE(std::filesystem::exists(leftover));
+    for (const std::string& decoy : decoys)
+        EXPECT_EQ(TempDir::Read(m_Dir.File(decoy)), "theirs") << decoy;
+    EXPECT_EQ(EntriesIn(m_Dir.File("game")), 1 + std::size(decoys) + 1);
 }
 } // namespace

@@ -34,12 +34,22 @@ ROOT=$PREFIX/drive_c/RigInspectorTest
 LINK=$PREFIX/drive_c/ProgramData/Microsoft/Windows/Start\ Menu/Programs/Dunmore\ Nine
 rm -rf "$ROOT"
 cp "$SETUP" "$WORK/setup.exe"
-wine "$WORK/setup.exe" /S '/D=C:\RigInspectorTest'
+# Wine's icacls changes no ACL (Wine has none): what the installer asks of
+# it is read from Wine's record of the processes it starts.
+WINEDEBUG=-all,trace+process wine "$WORK/setup.exe" /S '/D=C:\RigInspectorTest' 2>"$WORK/setup.log"
+started() {
+    grep -a 'NtCreateUserProcess.* image L"C:\\\\windows\\\\system32\\\\icacls.exe" cmdline ' "$WORK/setup.log" |
+        sed -e 's/.* cmdline L"//' -e 's/" parent .*//' -e 's/\\\\/\\/g' -e 's/\\"/"/g'
+}
+expected='"C:\windows\system32\icacls.exe" "C:\RigInspectorTest\game" /grant *S-1-5-32-545:(OI)(CI)M
+"C:\windows\system32\icacls.exe" "C:\RigInspectorTest\patcher\assertion_failed.log" /grant *S-1-5-32-545:M'
+[ "$(started)" = "$expected" ] || { echo "icacls was run as:"; started; echo "not as:"; echo "$expected"; exit 1; }
 for f in patcher/fc.exe patcher/uninstall_rig_inspector.exe; do
     [ -f "$ROOT/$f" ] || { echo "not installed: $f"; exit 1; }
 done
 [ -z "$CLI" ] || [ -f "$ROOT/patcher/rig_inspector_cli.exe" ] || { echo "not installed: the CLI"; exit 1; }
 [ -d "$ROOT/game" ] || { echo "no game folder beside patcher"; exit 1; }
+[ -f "$ROOT/patcher/assertion_failed.log" ] || { echo "no assertion log for the players to append to"; exit 1; }
 [ -f "$LINK/Rig Inspector.lnk" ] || { echo "no Start menu shortcut"; exit 1; }
 wine reg query "$KEY" /v UninstallString >/dev/null 2>&1 || { echo "no uninstall entry"; exit 1; }
 

@@ -90,4 +90,21 @@ CID=$(window "$CONFIG")
 key "$CID" Escape
 finished
 cmp -s "$OPTIONS" "$WORK/before.ini" || { echo "Cancel changed option.ini"; exit 1; }
+
+# Run 3: an option.ini already there in LF with another section, as a game
+# ships one: Next at once, then Accept. The four keys go into it in its own
+# line ends, the rest stays, and nothing else is left in game/.
+printf '[video]\nshadow=7\n\n[audio]\nvolume=3\n' >"$OPTIONS"
+start
+WID=$(window "$MAIN")
+[ -n "$WID" ] || { echo "main dialog did not appear (run 3)"; exit 1; }
+key "$WID" Return
+CID=$(window "$CONFIG")
+[ -n "$CID" ] || { echo "graphic configuration did not appear (run 3)"; exit 1; }
+key "$CID" Return
+finished
+printf '[video]\nshadow=#\naudience=#\nevent_screen=#\nchar_lod=#\n\n[audio]\nvolume=3\n' >"$WORK/expected.ini"
+sed 's/=[01]$/=#/' "$OPTIONS" | cmp -s - "$WORK/expected.ini" ||
+    { echo "Accept did not update the existing option.ini"; cat "$OPTIONS"; exit 1; }
+[ "$(ls -A "$WORK/root/game")" = option.ini ] || { echo "game/ holds:"; ls -A "$WORK/root/game"; exit 1; }
 echo "smoke: passed"

@@ -25,8 +25,9 @@ mkdir -p "/tmp/.wine-$(id -u)"
 mount -t tmpfs -o size=16m,mode=700 rig-wine "/tmp/.wine-$(id -u)"
 ip link set lo up
 
-# -displayfd picks a free display and reports it once the server is ready.
-Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$WORK/display" 2>/dev/null &
+# -displayfd picks a free display and reports it once the server is ready;
+# RIG_XVFB_SCREEN gives another screen size (the high-DPI screenshots).
+Xvfb -displayfd 3 -screen 0 "${RIG_XVFB_SCREEN:-1024x768x24}" -nolisten tcp 3>"$WORK/display" 2>/dev/null &
 XVFB=$!
 n=100
 while [ ! -s "$WORK/display" ]; do

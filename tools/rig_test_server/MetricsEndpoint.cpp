@@ -3,7 +3,6 @@
 #include "Listening.h"
 
 #include <array>
-#include <asio/steady_timer.hpp>
 #include <asio/write.hpp>
 #include <chrono>
 #include <memory>
@@ -13,8 +12,14 @@
 namespace
 {
 constexpr std::size_t kMaxRequest = 8192;
-constexpr int kMaxOpen = 16;
-constexpr std::chrono::seconds kTimeLimit{5};
+// Far more than scrapers ever open at once; when every slot is taken, the
+// oldest connection still waiting for its request gives its slot up, so
+// clients that connect and say nothing cannot keep a scrape out.
+constexpr std::size_t kMaxOpen = 64;
+// A scraper sends its request as it connects; one that has not within this
+// long is not a scraper.
+constexpr std::chrono::seconds kHeaderLimit{2};
+constexpr std::chrono::seconds kAnswerLimit{5};
 } // namespace
 
 /// One scrape: read the request head, answer, close.
@@ -22,26 +27,48 @@ class MetricsEndpoint::Exchange : public std::enable_shared_from_this<Exchange>
 {
 public:
     Exchange(MetricsEndpoint& endpoint, asio::ip::tcp::socket socket)
-        : m_Endpoint(endpoint), m_Socket(std::move(socket)), m_Timer(m_Socket.get_executor())
+        : m_Endpoint(endpoint), m_Socket(std::move(socket)), m_Timer(m_Socket.get_executor()),
+          m_Position(endpoint.m_Live.insert(endpoint.m_Live.end(), this))
     {
-        ++m_Endpoint.m_Open;
     }
-    ~Exchange() { --m_Endpoint.m_Open; }
+    ~Exchange() { m_Endpoint.m_Live.erase(m_Position); }
+    Exchange(const Exchange&) = delete;
+    Exchange& operator=(const Exchange&) = delete;
 
     void Start()
     {
-        m_Timer.expires_after(kTimeLimit);
-        m_Timer.async_wait(
-            [self = shared_from_this()](const std::error_code& ec)
-            {
-                std::error_code ignored;
-                if (!ec)
-                    self->m_Socket.close(ignored);
-            });
+        Limit(kHeaderLimit);
         Read();
     }
 
+    /// Still taking a slot: not closed yet.
+    bool IsOpen() const { return !m_bClosed; }
+    /// Still waiting for its request: the one to give up a slot.
+    bool IsWaiting() const { return !m_bClosed && !m_bAnswering; }
+
+    void Close()
+    {
+        if (m_bClosed)
+            return;
+        m_bClosed = true;
+        std::error_code ignored;
+        m_Socket.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
+        m_Socket.close(ignored);
+        m_Timer.cancel();
+    }
+
 private:
+    void Limit(std::chrono::seconds limit)
+    {
+        m_Timer.expires_after(limit);
+        m_Timer.async_wait(
+            [self = shared_from_this()](const std::error_code& ec)
+            {
+                if (!ec)
+                    self->Close();
+            });
+    }
+
     void Read()
     {
         m_Socket.async_read_some(asio::buffer(m_Chunk),
@@ -51,7 +78,7 @@ private:
 
     void OnRead(const std::error_code& ec, std::size_t n)
     {
-        if (ec)
+        if (ec || m_bClosed)
             return Close();
         m_Request.append(m_Chunk.data(), n);
         if (m_Request.find("\r\n\r\n") == std::string::npos)
@@ -60,6 +87,8 @@ private:
                 return Close();
             return Read();
         }
+        // One request per connection: whatever follows the head is never read.
+        m_bAnswering = true;
         const std::string_view line(m_Request.data(), m_Request.find("\r\n"));
         const bool bMetrics = line.starts_with("GET /metrics ") || line.starts_with("GET / ");
         const std::string body = bMetrics ? m_Endpoint.m_Metrics.Render() : "not found\n";
@@ -67,22 +96,19 @@ private:
                      "Content-Type: text/plain; version=0.0.4; charset=utf-8\r\n" +
                      "Content-Length: " + std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n" +
                      body;
+        m_Timer.cancel();
+        Limit(kAnswerLimit);
         asio::async_write(m_Socket, asio::buffer(m_Response),
                           [self = shared_from_this()](const std::error_code&, std::size_t)
                           { self->Close(); });
     }
 
-    void Close()
-    {
-        std::error_code ignored;
-        m_Socket.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
-        m_Socket.close(ignored);
-        m_Timer.cancel();
-    }
-
     MetricsEndpoint& m_Endpoint;
     asio::ip::tcp::socket m_Socket;
     asio::steady_timer m_Timer;
+    std::list<Exchange*>::iterator m_Position;
+    bool m_bClosed = false;
+    bool m_bAnswering = false;
     std::array<char, 1024> m_Chunk{};
     std::string m_Request;
     std::string m_Response;
@@ -126,12 +152,30 @@ void MetricsEndpoint::Accept()
                     });
                 return;
             }
-            // A scraper that opens connections without end gets no more
-            // than a few at once.
-            if (m_Open < kMaxOpen)
-                std::make_shared<Exchange>(*this, std::move(socket))->Start();
+            Admit(std::move(socket));
             Accept();
         });
+}
+
+void MetricsEndpoint::Admit(asio::ip::tcp::socket socket)
+{
+    std::size_t open = 0;
+    Exchange* pOldestWaiting = nullptr;
+    for (Exchange* exchange : m_Live)
+    {
+        if (exchange->IsOpen())
+            ++open;
+        if (pOldestWaiting == nullptr && exchange->IsWaiting())
+            pOldestWaiting = exchange;
+    }
+    if (open >= kMaxOpen)
+    {
+        // Every slot answering a request: those end within their limit.
+        if (pOldestWaiting == nullptr)
+            return;
+        pOldestWaiting->Close();
+    }
+    std::make_shared<Exchange>(*this, std::move(socket))->Start();
 }
 
 void MetricsEndpoint::Stop()
@@ -139,4 +183,6 @@ void MetricsEndpoint::Stop()
     std::error_code ignored;
     m_Acceptor.close(ignored);
     m_BackoffTimer.cancel();
+    for (Exchange* exchange : m_Live)
+        exchange->Close();
 }

@@ -3,6 +3,8 @@
 // connection, no framework. Runs on its own thread's io_context.
 #include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>
+#include <asio/steady_timer.hpp>
+#include <list>
 #include <system_error>
 
 #include "ServerMetrics.h"
@@ -14,16 +16,18 @@ public:
 
     std::error_code Listen(const asio::ip::tcp::endpoint& endpoint);
     asio::ip::tcp::endpoint LocalEndpoint() const;
-    /// Stops accepting; scrapes under way finish within their time limit.
+    /// Stops accepting and ends every connection at once, scrapes under way
+    /// included: a stopping server waits for no scraper.
     void Stop();
 
 private:
     class Exchange;
 
     void Accept();
+    void Admit(asio::ip::tcp::socket socket);
 
     const ServerMetrics& m_Metrics;
     asio::ip::tcp::acceptor m_Acceptor;
     asio::steady_timer m_BackoffTimer;
-    int m_Open = 0;
+    std::list<Exchange*> m_Live; // oldest first; each removes itself when it ends
 };

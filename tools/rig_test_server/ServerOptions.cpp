@@ -1,6 +1,7 @@
 #include "ServerOptions.h"
 
 #include "LogOutput.h"
+#include "RigVersion.h"
 
 #include <CLI/CLI.hpp>
 #include <asio/ip/address_v4.hpp>
@@ -51,7 +52,7 @@ std::optional<asio::ip::tcp::endpoint> ParseEndpoint(const std::string& text)
 int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
 {
     CLI::App app{"Reference server for Rig Inspector's TCP speed test and UDP echo test.", kProgram};
-    app.set_version_flag("--version", std::string(kProgram) + " " + RIG_VERSION);
+    app.set_version_flag("--version", std::string(kProgram) + " " + RIG_VERSION_TEXT);
 
     app.add_option("-a,--address", o.m_Address, "IPv4 address to listen on")->capture_default_str();
     app.add_option("--tcp-port", o.m_TcpPort, "TCP port of the speed test")->capture_default_str();

@@ -7,6 +7,7 @@ Target amd64-unicode
 SetCompressor /SOLID lzma
 
 !include "FileFunc.nsh"
+!include "LogicLib.nsh"
 !include "x64.nsh"
 
 !define NAME "Dunmore Nine Rig Inspector"
@@ -47,6 +48,30 @@ Section "Rig Inspector"
     ; The analyzer writes ..\game\option.ini; a fresh folder gets one to write.
     CreateDirectory "$INSTDIR\game"
     WriteUninstaller "$INSTDIR\patcher\uninstall_rig_inspector.exe"
+
+    ; Write access for the player. The analyzer runs as whoever starts it
+    ; (asInvoker, so Windows redirects none of its writes), and below Program
+    ; Files a standard user may change nothing. We stay one installation for
+    ; all users, beside the game: a per-user install under %LOCALAPPDATA%
+    ; would put the analyzer away from a game installed for everyone, whose
+    ; option.ini is the file it exists to write. So the Users group (by its
+    ; well-known SID, which every language of Windows knows) gets modify
+    ; rights on game\ and what comes into it: the options file is replaced
+    ; through a new file beside it, which needs the folder, not only the file.
+    ; patcher\ holds the executables and stays closed to them; only the
+    ; assertion log there (appended to, never replaced) is made theirs.
+    ; The grants stay when the game's folders do (they are the game's then).
+    nsExec::ExecToLog '"$SYSDIR\icacls.exe" "$INSTDIR\game" /grant *S-1-5-32-545:(OI)(CI)M'
+    Pop $0
+    ${If} $0 != 0
+        DetailPrint "Standard users may not be able to save the graphic options (icacls: $0)."
+    ${EndIf}
+    ${IfNot} ${FileExists} "$INSTDIR\patcher\assertion_failed.log"
+        FileOpen $1 "$INSTDIR\patcher\assertion_failed.log" w
+        FileClose $1
+    ${EndIf}
+    nsExec::ExecToLog '"$SYSDIR\icacls.exe" "$INSTDIR\patcher\assertion_failed.log" /grant *S-1-5-32-545:M'
+    Pop $0
 
     ; Paths are relative to the working folder: the shortcut starts in patcher.
     SetShellVarContext all

@@ -22,7 +22,7 @@ function(rig_run)
 endfunction()
 
 # Authenticode signature in place; the timestamp server is for a release
-# build with network access (see README).
+# build with network access (see docs/windows.md).
 function(rig_sign file)
     if(NOT SIGN_CERT)
         return()
