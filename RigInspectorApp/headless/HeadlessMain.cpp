@@ -21,7 +21,6 @@
 #include "RigInspectorApp/Details.h"
 #include "RigInspectorApp/ExtendedOutput.h"
 #include "RigInspectorApp/ExtendedStep.h"
-#include "RigInspectorApp/FindingsJson.h"
 #include "RigInspectorApp/Inspector.h"
 #include "RigInspectorApp/InspectorApp.h"
 #include "RigInspectorApp/ResultsJson.h"
