@@ -46,26 +46,29 @@ std::string DesktopBundle(const tstring& reportDocument)
     return RenderBundle(input);
 }
 
+std::optional<DetailSection> PreviousRunSection(const std::vector<nlohmann::ordered_json>& runs)
+{
+    if (runs.empty())
+        return std::nullopt;
+    const nlohmann::ordered_json& last = runs.back();
+    const auto diagnostics = last.find("diagnostics");
+    if (diagnostics == last.end() || !diagnostics->is_array() || diagnostics->empty())
+        return std::nullopt;
+    const auto finished = last.find("finished_at");
+    std::string when = finished != last.end() && finished->is_string() ? finished->get<std::string>() : "";
+    when = when.substr(0, 16);
+    if (when.size() > 10)
+        when[10] = ' ';
+    DetailSection section{zul::Utf8ToUtf16("Previous run" + (when.empty() ? "" : " (" + when + ")")), {}};
+    for (const auto& d : *diagnostics)
+        if (d.is_object() && d.contains("message") && d["message"].is_string())
+            section.lines.push_back(zul::Utf8ToUtf16(d["message"].get<std::string>()));
+    return section;
+}
+
 std::optional<DetailSection> PreviousRunDetails()
 {
-    static const std::optional<DetailSection> previous = []() -> std::optional<DetailSection>
-    {
-        const std::vector<nlohmann::ordered_json> runs = RunHistory(StateFolder()).Load();
-        if (runs.empty())
-            return std::nullopt;
-        const nlohmann::ordered_json& last = runs.back();
-        const auto diagnostics = last.find("diagnostics");
-        if (diagnostics == last.end() || !diagnostics->is_array() || diagnostics->empty())
-            return std::nullopt;
-        std::string when = last.value("finished_at", std::string());
-        when = when.substr(0, 16);
-        if (when.size() > 10)
-            when[10] = ' ';
-        DetailSection section{zul::Utf8ToUtf16("Previous run" + (when.empty() ? "" : " (" + when + ")")), {}};
-        for (const auto& d : *diagnostics)
-            if (d.is_object() && d.contains("message") && d["message"].is_string())
-                section.lines.push_back(zul::Utf8ToUtf16(d["message"].get<std::string>()));
-        return section;
-    }();
+    // Read once: the details are rebuilt after every step.
+    static const std::optional<DetailSection> previous = PreviousRunSection(RunHistory(StateFolder()).Load());
     return previous;
 }

@@ -25,3 +25,6 @@ std::string DesktopBundle(const tstring& reportDocument);
 /// write, a port held by another program), read once; nothing when there was
 /// no such run or it had nothing to say.
 std::optional<DetailSection> PreviousRunDetails();
+
+/// That section for the kept runs given, oldest first.
+std::optional<DetailSection> PreviousRunSection(const std::vector<nlohmann::ordered_json>& runs);

@@ -7,6 +7,7 @@
 
 #include "RigInspector/Diagnostics.h"
 #include "RigInspectorApp/Bundle.h"
+#include "RigInspectorApp/DesktopRun.h"
 #include "RigInspectorApp/ReportActions.h"
 #include "RigInspectorApp/RunHistory.h"
 #include "RigInspectorApp/RunRecord.h"
@@ -250,6 +251,24 @@ TEST_F(RunHistoryTest, AFolderThatCannotBeMadeIsADiagnosticNotAFailure)
     EXPECT_EQ(diagnostics[0].code, kHistoryWriteFailed);
     GetDiagnostics().Clear();
     EXPECT_TRUE(m_History.Load().empty());
+}
+
+// What the last kept run could not do (the game's options, say) heads the
+// next run's details; a run that had nothing to say adds no section.
+TEST(RunRecord, TheLastKeptRunsDiagnosticsBecomeTheNextRunsDetails)
+{
+    ordered_json earlier = FullDocument();
+    ordered_json last = FullDocument();
+    last["diagnostics"] = ordered_json::array(
+        {{{"code", "options_write_failed"}, {"message", "The game's options could not be written."}}});
+    const std::optional<DetailSection> section = PreviousRunSection({earlier, last});
+    ASSERT_TRUE(section);
+    EXPECT_EQ(section->title, u"Previous run (2026-11-25 19:42)");
+    EXPECT_EQ(section->lines, std::vector<tstring>{u"The game's options could not be written."});
+
+    last["diagnostics"] = ordered_json::array();
+    EXPECT_FALSE(PreviousRunSection({earlier, last}));
+    EXPECT_FALSE(PreviousRunSection({}));
 }
 
 TEST(RunRecord, TimesAreLocalIsoWithOffsetAndTheFileNameIsDated)
