@@ -12,6 +12,7 @@
 #include <random>
 
 #include "ExtendedWire.h"
+#include "PathTracer.h"
 
 using extended::Message;
 using extended::Type;
@@ -444,5 +445,10 @@ private:
 
 ExtendedResult ExtendedChecker::Run(const Progress& progress)
 {
-    return Exchange(m_Settings, progress).Run();
+    // The path is traced alongside the other phases, within the same budget.
+    PathTraceTask path;
+    path.Start(m_Settings.host, Millis(m_Settings.budgetMs));
+    ExtendedResult result = Exchange(m_Settings, progress).Run();
+    result.path = path.Finish(result);
+    return result;
 }
