@@ -446,9 +446,12 @@ private:
 ExtendedResult ExtendedChecker::Run(const Progress& progress)
 {
     // The path is traced alongside the other phases, within the same budget.
+    const auto start = Clock::now();
     PathTraceTask path;
     path.Start(m_Settings.host, Millis(m_Settings.budgetMs));
     ExtendedResult result = Exchange(m_Settings, progress).Run();
     result.path = path.Finish(result);
+    result.durationMs =
+        static_cast<std::uint32_t>(std::chrono::duration_cast<Millis>(Clock::now() - start).count());
     return result;
 }

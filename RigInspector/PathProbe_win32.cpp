@@ -1,15 +1,27 @@
 // ICMP echo requests through iphlpapi, as tracert sends them: no
 // administrator rights. Each probe waits on an event of its own; the reply
 // buffer says whether a router (TTL expired) or the server answered.
-#include <icmpapi.h>
-#include <iphlpapi.h>
-#include <windows.h>
+// The order matters: iphlpapi and icmpapi need windows.h before them.
 #include <winsock2.h>
+
+#include <windows.h>
+
+#include <iphlpapi.h>
+
+#include <icmpapi.h>
 
 #include <cstring>
 #include <list>
 
 #include "PathProbe.h"
+
+// MinGW's icmpapi.h lacks the call with a source address, which iphlpapi
+// has exported since Vista; its declaration as the Windows SDK gives it.
+extern "C" __declspec(dllimport) DWORD WINAPI
+    IcmpSendEcho2Ex(HANDLE IcmpHandle, HANDLE Event, FARPROC ApcRoutine, PVOID ApcContext,
+                    IPAddr SourceAddress, IPAddr DestinationAddress, LPVOID RequestData, WORD RequestSize,
+                    PIP_OPTION_INFORMATION RequestOptions, LPVOID ReplyBuffer, DWORD ReplySize,
+                    DWORD Timeout);
 
 namespace
 {
@@ -21,7 +33,8 @@ struct Pending
     std::uint16_t seq = 0;
     HANDLE event = nullptr;
     std::uint16_t payload[2] = {};
-    alignas(8) unsigned char reply[sizeof(ICMP_ECHO_REPLY) + 64 + sizeof(IO_STATUS_BLOCK)] = {};
+    alignas(
+        8) unsigned char reply[sizeof(ICMP_ECHO_REPLY) + 64 + 32 /* the status block the system adds */] = {};
 };
 
 class IcmpPathProbe : public PathProbe

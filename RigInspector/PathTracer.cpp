@@ -36,6 +36,8 @@ void Warn(const char* code, const std::string& message)
 
 // Where the schedule stands: round 0 walks the TTLs until the server answers,
 // later rounds probe every hop up to it once, spread over the round.
+constexpr std::chrono::milliseconds kPathExtraMs{2000}, kPathLimitMs{14000};
+
 struct Cursor
 {
     std::uint32_t round = 0;
@@ -72,7 +74,8 @@ PathReport PathTracer::Trace(const std::string& host, Clock::time_point deadline
         if (c.round == 0)
             return start + s.discovery * (c.ttl - 1);
         const auto spacing = std::min<Clock::duration>(s.discovery, s.round / limit());
-        return start + s.round * c.round + spacing * (c.ttl - 1);
+        const std::uint32_t burst = std::min(c.round, s.burstRounds);
+        return start + s.burst * burst + s.round * (c.round - burst) + spacing * (c.ttl - 1);
     };
     bool bSending = true;
     Clock::time_point lastSent = start;
@@ -109,6 +112,9 @@ PathReport PathTracer::Trace(const std::string& host, Clock::time_point deadline
                 break;
             until = std::min(deadline, lastSent + s.wait);
         }
+        for (const SentProbe& p : sent)
+            if (!p.bAnswered && now >= p.at + s.wait && (!distance || p.ttl <= *distance))
+                m_bSawLoss = true;
         for (const PathProbeAnswer& answer : m_Probe->Receive(until))
         {
             if (answer.seq >= sent.size())
@@ -180,7 +186,10 @@ PathReport PathTracer::Trace(const std::string& host, Clock::time_point deadline
 void PathTraceTask::Start(const std::string& host, std::chrono::milliseconds budget)
 {
     m_Tracer = std::make_unique<PathTracer>(MakePathProbe());
-    const auto deadline = Clock::now() + budget;
+    // A little past the other phases buys the hops more probes; the whole
+    // step still ends within 15 s.
+    const auto deadline =
+        Clock::now() + std::min<std::chrono::milliseconds>(budget + kPathExtraMs, kPathLimitMs);
     m_Report = std::async(std::launch::async, [tracer = m_Tracer.get(), host, deadline]
                           { return tracer->Trace(host, deadline); });
 }
@@ -189,7 +198,7 @@ PathReport PathTraceTask::Finish(const ExtendedResult& result)
 {
     if (!m_Tracer)
         return {};
-    if (!result.failure.empty())
+    if (!result.failure.empty() && !m_Tracer->SawLoss())
         m_Tracer->Stop();
     PathReport report = m_Report.get();
     std::optional<double> endToEnd;

@@ -17,7 +17,9 @@ struct ExtendedResult;
 struct PathSettings
 {
     int maxTtl = 30;
-    std::uint32_t probesPerHop = 10;
+    std::uint32_t probesPerHop = 16;
+    std::uint32_t burstRounds = 3;           // the routers' small burst, before the pace
+    std::chrono::milliseconds burst{100};    // between the burst's rounds
     std::chrono::milliseconds round{1000};   // one probe per hop per round
     std::chrono::milliseconds discovery{40}; // between TTLs while the server is not found yet
     std::chrono::milliseconds wait{1000};    // an answer later than this is lost
@@ -36,11 +38,14 @@ public:
     PathReport Trace(const std::string& host, std::chrono::steady_clock::time_point deadline);
     /// Safe from another thread: no new rounds; answers still due are awaited.
     void Stop() { m_bStop = true; }
+    /// Safe from another thread: a probe went unanswered so far.
+    bool SawLoss() const { return m_bSawLoss; }
 
 private:
     std::unique_ptr<PathProbe> m_Probe;
     PathSettings m_Settings;
     std::atomic<bool> m_bStop{false};
+    std::atomic<bool> m_bSawLoss{false};
 };
 
 /// The tracer on a thread of its own, for the extended step: Start before the
@@ -49,7 +54,8 @@ class PathTraceTask
 {
 public:
     void Start(const std::string& host, std::chrono::milliseconds budget);
-    /// Judges the path with the echo's loss; a failed echo ends the trace early.
+    /// Judges the path with the echo's loss. A failed echo ends a trace that
+    /// saw no loss early; one that did goes on, as the only measure left.
     PathReport Finish(const ExtendedResult& result);
 
 private:

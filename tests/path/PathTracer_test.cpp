@@ -76,7 +76,7 @@ std::uint32_t Router(int ttl)
     return 0xC6120002u + (static_cast<std::uint32_t>(ttl - 1) << 8);
 }
 
-const PathSettings kFast{30, 4, 40ms, 2ms, 30ms};
+const PathSettings kFast{30, 6, 2, 5ms, 40ms, 2ms, 30ms};
 
 // Three routers and the server at hop 4; hop 2 answers every other probe.
 std::optional<std::pair<std::uint32_t, bool>> ThreeRouters(int ttl, std::uint16_t)
@@ -124,24 +124,25 @@ TEST_F(PathTracerTest, EveryHopToTheServerAtThePace)
     {
         EXPECT_EQ(r.hops[i].ttl, i + 1);
         EXPECT_EQ(r.hops[i].address, addresses[i]);
-        EXPECT_EQ(r.hops[i].sent, 4u) << i;
+        EXPECT_EQ(r.hops[i].sent, 6u) << i;
         EXPECT_TRUE(r.hops[i].rttP50Ms);
     }
-    EXPECT_EQ(r.probesPerHop, 4u);
-    EXPECT_EQ(r.hops[0].answered, 4u);
-    EXPECT_EQ(r.hops[1].answered, 2u);
+    EXPECT_EQ(r.probesPerHop, 6u);
+    EXPECT_EQ(r.hops[0].answered, 6u);
+    EXPECT_EQ(r.hops[1].answered, 3u);
     EXPECT_DOUBLE_EQ(r.hops[1].lossPercent, 50.0);
     EXPECT_TRUE(Codes().empty());
 
     // Past the server only while it was being found; each hop's k-th probe
-    // no sooner than k rounds into the trace.
+    // no sooner than the burst and k - 2 rounds into the trace.
     std::map<int, std::vector<Clock::time_point>> byTtl;
     for (const auto& [ttl, at] : m_Log.sent)
         byTtl[ttl].push_back(at);
     EXPECT_LE(byTtl.rbegin()->first, 4 + 1);
     for (const auto& [ttl, times] : byTtl)
         for (std::size_t k = 1; k < times.size(); ++k)
-            EXPECT_GE(times[k] - m_Begin, kFast.round * k) << ttl;
+            EXPECT_GE(times[k] - m_Begin, k <= 2 ? kFast.burst * k : kFast.burst * 2 + kFast.round * (k - 2))
+                << ttl;
 }
 
 TEST_F(PathTracerTest, ServerThatNeverAnswers)
