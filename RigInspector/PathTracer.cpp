@@ -186,7 +186,7 @@ PathReport PathTracer::Trace(const std::string& host, Clock::time_point deadline
 void PathTraceTask::Start(const std::string& host, std::chrono::milliseconds budget)
 {
     m_Tracer = std::make_unique<PathTracer>(MakePathProbe());
-    // A little past the other phases buys the hops more probes; the whole
+    // Past the other phases only when they failed (see Finish); the whole
     // step still ends within 15 s.
     const auto deadline =
         Clock::now() + std::min<std::chrono::milliseconds>(budget + kPathExtraMs, kPathLimitMs);
@@ -198,7 +198,9 @@ PathReport PathTraceTask::Finish(const ExtendedResult& result)
 {
     if (!m_Tracer)
         return {};
-    if (!result.failure.empty() && !m_Tracer->SawLoss())
+    // Done with the other phases; only when the echo failed and the path
+    // already shows loss is the path the one measure left, and goes on.
+    if (result.failure.empty() || !m_Tracer->SawLoss())
         m_Tracer->Stop();
     PathReport report = m_Report.get();
     std::optional<double> endToEnd;

@@ -54,8 +54,9 @@ class PathTraceTask
 {
 public:
     void Start(const std::string& host, std::chrono::milliseconds budget);
-    /// Judges the path with the echo's loss. A failed echo ends a trace that
-    /// saw no loss early; one that did goes on, as the only measure left.
+    /// Ends the trace and judges the path with the echo's loss. Only when the
+    /// echo failed and the path shows loss does it trace on, as the one
+    /// measure left.
     PathReport Finish(const ExtendedResult& result);
 
 private:

@@ -12,6 +12,7 @@
 #   --home-loss PCT      router 1 drops PCT % of everything the client sends it
 #   --rate-limit K:R:B   router K sends at most R time-exceeded a minute, burst B
 #   --silent K           router K sends no time-exceeded at all
+#   --spare-tcp          the loss rules leave TCP alone
 # COMMAND sees CHAIN_CLIENT and CHAIN_SERVER (namespace names, for
 # `ip netns exec`), CHAIN_SERVER_ADDR and CHAIN_HOPS (each hop's address, in
 # order, the server's last). The script exits with COMMAND's status.
@@ -19,12 +20,14 @@ set -eu
 
 routers=3
 rules=""
+spare=""
 while [ $# -gt 0 ]; do
     case "$1" in
     --routers) routers=$2; shift 2 ;;
     --loss | --loss-back | --rate-limit) rules="$rules ${1#--}=$2"; shift 2 ;;
     --home-loss) rules="$rules loss-home=1:$2"; shift 2 ;;
     --silent) rules="$rules silent=$2"; shift 2 ;;
+    --spare-tcp) spare="meta l4proto != tcp"; shift ;;
     --) shift; break ;;
     *) echo "netns_chain.sh: unknown option $1" >&2; exit 2 ;;
     esac
@@ -76,9 +79,9 @@ for rule in $rules; do
     ns=$(node "$k")
     prev=$((k - 1))
     case "$kind" in
-    loss) chain="type filter hook forward priority 0;" rule="oifname r$k numgen random mod 100 lt $rest drop" ;;
-    loss-back) chain="type filter hook forward priority 0;" rule="oifname l$prev numgen random mod 100 lt $rest drop" ;;
-    loss-home) chain="type filter hook prerouting priority 0;" rule="iifname l0 numgen random mod 100 lt $rest drop" ;;
+    loss) chain="type filter hook forward priority 0;" rule="oifname r$k $spare numgen random mod 100 lt $rest drop" ;;
+    loss-back) chain="type filter hook forward priority 0;" rule="oifname l$prev $spare numgen random mod 100 lt $rest drop" ;;
+    loss-home) chain="type filter hook prerouting priority 0;" rule="iifname l0 $spare numgen random mod 100 lt $rest drop" ;;
     rate-limit) chain="type filter hook output priority 0;"
         rule="icmp type time-exceeded limit rate over ${rest%%:*}/minute burst ${rest#*:} packets drop" ;;
     silent) chain="type filter hook output priority 0;" rule="icmp type time-exceeded drop" ;;

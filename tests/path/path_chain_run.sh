@@ -5,6 +5,7 @@
 set -eu
 dir=$PATH_TEST_WORK/run$PATH_TEST_RUN
 mkdir -p "$dir/patcher" "$dir/game"
+: >"$dir/server.log"
 ip netns exec "$CHAIN_SERVER" "$PATH_TEST_SERVER" -a "$CHAIN_SERVER_ADDR" >"$dir/server.log" 2>&1 &
 server=$!
 trap 'kill $server 2>/dev/null || true' EXIT
@@ -31,7 +32,11 @@ else
     ip netns exec "$CHAIN_CLIENT" timeout -k 5 150 "$PATH_TEST_CLI" --extended --quiet --no-progress --json result.json \
         </dev/null >../out.txt 2>../err.txt || status=$?
 fi
-[ -s result.json ] || { echo "run $PATH_TEST_RUN: no JSON (status $status)"; cat ../err.txt; exit 1; }
+if [ ! -s result.json ]; then
+    echo "run $PATH_TEST_RUN: no JSON (status $status)"
+    tail -n 5 ../out.txt ../err.txt
+    exit 1
+fi
 
 python3 - "$PATH_TEST_SCENARIO" "$PATH_TEST_RUN" "$PATH_TEST_START" "$PATH_TEST_SILENT" "$CHAIN_HOPS" <<'PY'
 import json, sys
