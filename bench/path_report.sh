@@ -9,7 +9,7 @@
 set -eu
 SRC=$(cd "$(dirname "$0")/.." && pwd)
 . "$SRC/bench/bench_common.sh"
-BUILD=${1:-build/release}
+BUILD=$(cd "${1:-build/release}" && pwd)
 SERVER=$(need_bin "$BUILD/tools" rig_test_server)
 CLI=$(need_bin "$BUILD/RigInspectorApp" rig_inspector_cli)
 need_cmd mtr nft python3
@@ -23,6 +23,7 @@ cat >"$WORK/inside.sh" <<'INSIDE'
 set -eu
 dir=$WORK/$SCENARIO
 mkdir -p "$dir/patcher"
+: >"$dir/server.log"
 ip netns exec "$CHAIN_SERVER" "$SERVER" -a "$CHAIN_SERVER_ADDR" >"$dir/server.log" 2>&1 &
 server=$!
 trap 'kill $server 2>/dev/null || true' EXIT
@@ -48,8 +49,8 @@ try:
     x = json.load(open(f"{d}/patcher/result.json"))["extended"]
     p = x["path"]
     limited = ",".join(str(h["ttl"]) for h in p["hops"] if h["rate_limited"]) or "none"
-    ours = f"hop {p['loss_starts_at_hop']} ({p['verdict']['code']}); limited: {limited}; {x['duration_ms']} ms"
     got = p["loss_starts_at_hop"]
+    ours = f"hop {'null' if got is None else got} ({p['verdict']['code']}); limited: {limited}; {x['duration_ms']} ms"
 except Exception as e:
     ours, got = f"no result ({e})", "?"
 mtr = []
@@ -59,7 +60,8 @@ for line in open(f"{d}/mtr.txt"):
         mtr.append(f"{m.group(1)}:{m.group(3)}%")
 print(f"{name:<12} | {truth:<44} | {ours:<46} | {' '.join(mtr)}")
 want = None if start == "null" else int(start)
-print(f"RESULT|path_report|{name} loss_starts_at_hop|{got}|{start}|{'yes' if got == want else 'no'}")
+print(f"RESULT|path_report|{name} loss_starts_at_hop|{'null' if got is None else got}|{start}|"
+      f"{'yes' if got == want else 'no'}")
 PY
 }
 run clean "no fault" null
