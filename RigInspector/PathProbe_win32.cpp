@@ -42,10 +42,13 @@ class IcmpPathProbe : public PathProbe
 public:
     ~IcmpPathProbe() override
     {
-        // The system writes into a pending probe's buffer until its event fires.
+        // The system writes into a pending probe's buffer until its event
+        // fires, at the latest when its own timeout has passed.
+        const ULONGLONG end = GetTickCount64() + kTimeoutMs + 500;
         for (Pending& p : m_Pending)
         {
-            WaitForSingleObject(p.event, kTimeoutMs + 500);
+            const ULONGLONG now = GetTickCount64();
+            WaitForSingleObject(p.event, now < end ? static_cast<DWORD>(end - now) : 0);
             CloseHandle(p.event);
         }
         if (m_Icmp != INVALID_HANDLE_VALUE)

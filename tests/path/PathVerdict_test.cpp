@@ -178,19 +178,4 @@ TEST(PathVerdict, Ipv4TextOnly)
         EXPECT_FALSE(ParseIPv4(bad)) << bad;
 }
 
-TEST(PathVerdict, TableLinesShowEveryHopAndTheVerdict)
-{
-    Case c{"", {{A1, 10}, {nullptr, 0}, {S, 5}}, 50.0, true, {}, {}, {}, ""};
-    PathReport r = Make(c);
-    r.hops[0].rttMinMs = 1.0;
-    r.hops[0].rttP50Ms = 2.0;
-    r.hops[0].rttMaxMs = 3.5;
-    JudgePath(r, 50.0);
-    const auto lines = PathDetailLines(r);
-    ASSERT_EQ(lines.size(), 5u);
-    EXPECT_NE(lines[1].find("1.0 / 2.0 / 3.5 ms"), std::string::npos) << lines[1];
-    EXPECT_NE(lines[2].find("(no answer)"), std::string::npos) << lines[2];
-    EXPECT_NE(lines[2].find("limits its own answers"), std::string::npos) << lines[2];
-    EXPECT_EQ(lines[4], r.verdictText);
-}
 } // namespace
