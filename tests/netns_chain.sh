@@ -33,7 +33,7 @@ while [ $# -gt 0 ]; do
     esac
 done
 [ $# -gt 0 ] || { echo "netns_chain.sh: no command" >&2; exit 2; }
-[ "$routers" -ge 1 ] && [ "$routers" -le 8 ] || { echo "netns_chain.sh: 1 to 8 routers" >&2; exit 2; }
+if [ "$routers" -lt 1 ] || [ "$routers" -gt 8 ]; then echo "netns_chain.sh: 1 to 8 routers" >&2; exit 2; fi
 
 tag="ch$$"
 server=$((routers + 1))
@@ -91,8 +91,11 @@ for rule in $rules; do
     ip netns exec "$ns" nft add rule ip chain_faults "$kind" $rule
 done
 
-export CHAIN_CLIENT="$(node 0)" CHAIN_SERVER="$(node "$server")" CHAIN_SERVER_ADDR="198.18.$routers.2"
-export CHAIN_HOPS="${hops# }"
+CHAIN_CLIENT=$(node 0)
+CHAIN_SERVER=$(node "$server")
+CHAIN_SERVER_ADDR=198.18.$routers.2
+CHAIN_HOPS=${hops# }
+export CHAIN_CLIENT CHAIN_SERVER CHAIN_SERVER_ADDR CHAIN_HOPS
 status=0
 "$@" || status=$?
 exit $status
