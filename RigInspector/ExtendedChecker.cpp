@@ -445,7 +445,7 @@ private:
 
 ExtendedResult ExtendedChecker::Run(const Progress& progress)
 {
-    // The path is traced alongside the other phases, within the same budget.
+    // The path is traced alongside the other phases; the whole step stays within 15 s.
     const auto start = Clock::now();
     PathTraceTask path;
     path.Start(m_Settings.host, Millis(m_Settings.budgetMs));
