@@ -14,6 +14,8 @@ PACKAGES=(
     iproute2 util-linux xvfb xauth xdotool x11-apps fonts-liberation fontconfig
     # fuzzing and benchmarks
     clang libclang-rt-14-dev iperf3 jq procps
+    # the path report's namespace chains (faults) and its benchmark's anchor
+    nftables mtr-tiny
     # the Windows build: cross compilers, Wine for its tests, the installer,
     # signing and the archive (the desktop tests also use xvfb, xauth,
     # xdotool and x11-apps above)
