@@ -1,4 +1,5 @@
 #include "ExtendedResult.h"
+#include "PathVerdict.h"
 
 #include <algorithm>
 #include <cmath>
@@ -134,9 +135,18 @@ std::vector<ExtendedSection> ExtendedDetails(const ExtendedResult& r)
 {
     if (!r.ran)
         return {};
-    if (!r.failure.empty())
-        return {{"Extended network test", {"Not measured: " + r.failure}}};
     std::vector<ExtendedSection> out;
+    const auto addPath = [&]
+    {
+        if (r.path && r.path->ran)
+            out.push_back({"Path", PathDetailLines(*r.path)});
+        return out;
+    };
+    if (!r.failure.empty())
+    {
+        out.push_back({"Extended network test", {"Not measured: " + r.failure}});
+        return addPath();
+    }
     out.push_back({"Latency",
                    {Format("Idle: %s median, %s 90th percentile, %s best (%u probes)", Ms(r.idle.p50).c_str(),
                            Ms(r.idle.p90).c_str(), Ms(r.idle.min).c_str(), r.idle.samples),
@@ -165,5 +175,5 @@ std::vector<ExtendedSection> ExtendedDetails(const ExtendedResult& r)
         inbound =
             Format("Unsolicited datagrams do not reach UDP port %u: forward the game's ports", r.gamePort);
     out.push_back({"Inbound", {inbound}});
-    return out;
+    return addPath();
 }

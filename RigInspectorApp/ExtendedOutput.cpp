@@ -20,6 +20,30 @@ ordered_json Rounded(const std::optional<double>& value)
     return value ? ordered_json(static_cast<double>(static_cast<long long>(*value * 100.0 + 0.5)) / 100.0)
                  : ordered_json(nullptr);
 }
+
+ordered_json PathToJson(const std::optional<PathReport>& path)
+{
+    if (!path || !path->ran)
+        return nullptr;
+    ordered_json hops = ordered_json::array();
+    for (const PathHop& hop : path->hops)
+        hops.push_back({{"ttl", hop.ttl},
+                        {"address", Optional(hop.address)},
+                        {"sent", hop.sent},
+                        {"answered", hop.answered},
+                        {"loss_percent", Rounded(hop.lossPercent)},
+                        {"rtt_ms", hop.rttP50Ms ? ordered_json{{"min", Rounded(hop.rttMinMs)},
+                                                               {"p50", Rounded(hop.rttP50Ms)},
+                                                               {"max", Rounded(hop.rttMaxMs)}}
+                                                : ordered_json(nullptr)},
+                        {"rate_limited", hop.rateLimited}});
+    return {{"target", path->target},
+            {"probes_per_hop", path->probesPerHop},
+            {"hops", hops},
+            {"reached", path->reached},
+            {"loss_starts_at_hop", Optional(path->lossStartsAtHop)},
+            {"verdict", {{"code", path->verdictCode}, {"text", path->verdictText}}}};
+}
 } // namespace
 
 ordered_json ExtendedToJson(const ExtendedResult& r)
@@ -59,6 +83,7 @@ ordered_json ExtendedToJson(const ExtendedResult& r)
                        {"seconds_per_direction", r.phaseMs / 1000.0},
                        {"slow_start_excluded_ms", r.warmupMs}};
     j["inbound"] = {{"port", r.gamePort}, {"unsolicited_reached", Optional(r.inboundReached)}};
+    j["path"] = PathToJson(r.path);
     return j;
 }
 
