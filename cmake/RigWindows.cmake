@@ -46,6 +46,6 @@ endif()
 
 # The tests run under Wine, in a prefix of this build folder.
 set(RIG_WINEPREFIX ${CMAKE_BINARY_DIR}/wineprefix)
-set(RIG_WINE_RUN ${PROJECT_SOURCE_DIR}/tests/wine/wine_run.sh)
-set(RIG_WINE_NETNS_RUN ${PROJECT_SOURCE_DIR}/tests/wine/wine_netns_run.sh)
+set(RIG_WINE_RUN ${PROJECT_SOURCE_DIR}/tests/windows/wine_run.sh)
+set(RIG_WINE_NETNS_RUN ${PROJECT_SOURCE_DIR}/tests/windows/wine_netns_run.sh)
 set(CMAKE_CROSSCOMPILING_EMULATOR ${RIG_WINE_RUN} ${RIG_WINEPREFIX})

@@ -16,7 +16,7 @@ if [ "${RIG_DPI_INSIDE:-}" != 1 ]; then
     for dpi in 96 144 192; do
         prefix=$(mktemp -d)
         status=0
-        RIG_DPI_INSIDE=1 RIG_DPI=$dpi RIG_XVFB_SCREEN=1920x1440x24 "$HERE/../tests/win32/wine_xvfb_run.sh" "$prefix/wine" "$0" \
+        RIG_DPI_INSIDE=1 RIG_DPI=$dpi RIG_XVFB_SCREEN=1920x1440x24 "$HERE/../tests/windows/wine_xvfb_run.sh" "$prefix/wine" "$0" \
             "$EXE" "$SERVER" "$TOPNG" "$OUT" || status=$?
         rm -rf "$prefix"
         [ "$status" -eq 0 ] || exit "$status"

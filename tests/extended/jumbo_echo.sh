@@ -23,7 +23,7 @@ cleanup() {
 trap cleanup EXIT
 runner=()
 if [ -n "$wine_run" ]; then
-    . "$(dirname "$0")/../wine/wine_private_server.sh"
+    . "$(dirname "$0")/../windows/wine_private_server.sh"
     export WINEPREFIX=$prefix WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
     wine_private_server
     runner=(wine)

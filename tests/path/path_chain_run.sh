@@ -27,7 +27,7 @@ if [ -n "$PATH_TEST_PREFIX" ]; then
         status=0
         timeout -k 5 150 wine "$2" --extended --quiet --no-progress --json result.json </dev/null >../out.txt 2>../err.txt || status=$?
         wineserver -k 2>/dev/null || true
-        exit $status' "$PATH_TEST_HERE/../wine/wine_private_server.sh" "$PATH_TEST_PREFIX" "$PATH_TEST_CLI" || status=$?
+        exit $status' "$PATH_TEST_HERE/../windows/wine_private_server.sh" "$PATH_TEST_PREFIX" "$PATH_TEST_CLI" || status=$?
 else
     ip netns exec "$CHAIN_CLIENT" timeout -k 5 150 "$PATH_TEST_CLI" --extended --quiet --no-progress --json result.json \
         </dev/null >../out.txt 2>../err.txt || status=$?

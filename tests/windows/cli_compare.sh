@@ -16,7 +16,7 @@ if [ "${RIG_CLI_COMPARE_INSIDE:-}" != 1 ]; then
 fi
 
 # Inside: a wineserver of this namespace's own.
-. "$(dirname "$0")/../wine/wine_private_server.sh"
+. "$(dirname "$0")/wine_private_server.sh"
 export WINEPREFIX=$prefix WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
 work=$(mktemp -d)
 server=
