@@ -23,7 +23,8 @@ public:
     /// Issued for this address and port in this window or the one before, under
     /// this key or the one before: a cookie lives 30 to 60 s, and a rotation
     /// strands no one mid-handshake.
-    bool Valid(std::uint64_t cookie, std::uint32_t address, std::uint16_t port, std::uint64_t unixSeconds) const;
+    bool Valid(std::uint64_t cookie, std::uint32_t address, std::uint16_t port,
+               std::uint64_t unixSeconds) const;
     /// The current key becomes the previous one.
     void Rotate(const Key& next);
     const Key& Current() const { return m_Key; }

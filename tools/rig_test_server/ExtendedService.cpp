@@ -2,13 +2,13 @@
 
 #include "Listening.h"
 
+#include <algorithm>
 #include <asio/read.hpp>
 #include <asio/steady_timer.hpp>
 #include <asio/write.hpp>
-#include <algorithm>
 #include <iterator>
-#include <stdexcept>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 using extended::Message;
@@ -119,11 +119,13 @@ private:
         }
         m_Cookie = header->cookie;
         m_Direction = header->type == Type::Upload ? 0 : 1;
-        const auto verdict = m_Service.m_Admission.OpenStream(m_Source, pSession->m_Streams[m_Direction] == 0);
+        const auto verdict =
+            m_Service.m_Admission.OpenStream(m_Source, pSession->m_Streams[m_Direction] == 0);
         if (verdict != ExtendedAdmission::Verdict::Admitted)
         {
-            ServerMetrics::Add(verdict == ExtendedAdmission::Verdict::SourceFull ? metrics.m_ExtStreamsRefusedSource
-                                                                                  : metrics.m_ExtStreamsRefusedBudget);
+            ServerMetrics::Add(verdict == ExtendedAdmission::Verdict::SourceFull
+                                   ? metrics.m_ExtStreamsRefusedSource
+                                   : metrics.m_ExtStreamsRefusedBudget);
             return Refuse();
         }
         m_bAdmitted = true;
@@ -371,15 +373,17 @@ void ExtendedService::OnHello(const Message& hello, Clock::time_point now)
     if (verdict != ExtendedAdmission::Verdict::Admitted)
     {
         // Unanswered: a flood gets nothing back to reflect.
-        ServerMetrics::Add(verdict == ExtendedAdmission::Verdict::SourceFull ? m_Metrics.m_ExtHellosRefusedSource
-                                                                             : m_Metrics.m_ExtHellosRefusedGlobal);
+        ServerMetrics::Add(verdict == ExtendedAdmission::Verdict::SourceFull
+                               ? m_Metrics.m_ExtHellosRefusedSource
+                               : m_Metrics.m_ExtHellosRefusedGlobal);
         return;
     }
     // A player who could not open a session is told now, not after its probes.
     if (const auto room = m_Admission.CanOpenSession(source); room != ExtendedAdmission::Verdict::Admitted)
     {
-        ServerMetrics::Add(room == ExtendedAdmission::Verdict::SourceFull ? m_Metrics.m_ExtSessionsRefusedSource
-                                                                          : m_Metrics.m_ExtSessionsRefusedFull);
+        ServerMetrics::Add(room == ExtendedAdmission::Verdict::SourceFull
+                               ? m_Metrics.m_ExtSessionsRefusedSource
+                               : m_Metrics.m_ExtSessionsRefusedFull);
         return SendBusy(hello, extended::BusyReason::Sessions, hello.a, now);
     }
     const std::uint64_t cookie = m_Cookies.Issue(source, m_Sender.port(), UnixSeconds());
@@ -397,8 +401,9 @@ ExtendedService::Session* ExtendedService::OpenSession(const Message& request, C
     const auto verdict = m_Admission.OpenSession(source);
     if (verdict != ExtendedAdmission::Verdict::Admitted)
     {
-        ServerMetrics::Add(verdict == ExtendedAdmission::Verdict::SourceFull ? m_Metrics.m_ExtSessionsRefusedSource
-                                                                             : m_Metrics.m_ExtSessionsRefusedFull);
+        ServerMetrics::Add(verdict == ExtendedAdmission::Verdict::SourceFull
+                               ? m_Metrics.m_ExtSessionsRefusedSource
+                               : m_Metrics.m_ExtSessionsRefusedFull);
         SendBusy(request, extended::BusyReason::Sessions, 0, now);
         return nullptr;
     }
@@ -417,8 +422,8 @@ void ExtendedService::SendBusy(const Message& request, extended::BusyReason reas
     if (!m_BusyReplies.Allow(SourceOf(m_Sender.address()), now))
         return;
     Send(m_Socket, m_Sender,
-         extended::Encode({Type::Busy, request.cookie, 0, kSessionsRetryMs, static_cast<std::uint64_t>(reason),
-                           nonce}));
+         extended::Encode(
+             {Type::Busy, request.cookie, 0, kSessionsRetryMs, static_cast<std::uint64_t>(reason), nonce}));
 }
 
 void ExtendedService::EndSession(std::unordered_map<std::uint64_t, Session>::iterator it)
@@ -428,7 +433,8 @@ void ExtendedService::EndSession(std::unordered_map<std::uint64_t, Session>::ite
     m_Sessions.erase(it);
 }
 
-void ExtendedService::OnProbe(Session& session, const Message& probe, std::size_t nSize, Clock::time_point now)
+void ExtendedService::OnProbe(Session& session, const Message& probe, std::size_t nSize,
+                              Clock::time_point now)
 {
     const auto& limits = m_Admission.Settings();
     if (!session.m_Echoes.Take(limits.m_EchoesPerSecond, limits.m_EchoBurst, now))

@@ -102,8 +102,9 @@ int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
         ->capture_default_str()
         ->check(CLI::Range(0.0, 1e9));
     auto* extended = "Extended exchange limits";
-    app.add_option("--cookie-key-file", o.m_CookieKeyFile,
-                   "64 hex digits: the cookie key, shared by instances behind one address (re-read every 30 s)")
+    app.add_option(
+           "--cookie-key-file", o.m_CookieKeyFile,
+           "64 hex digits: the cookie key, shared by instances behind one address (re-read every 30 s)")
         ->group(extended)
         ->check(CLI::ExistingFile);
     app.add_option("--extended-hello-rate", o.m_Extended.m_HellosPerSecond,
