@@ -33,6 +33,7 @@ constexpr auto kBusyLinger = std::chrono::milliseconds(500);
 // run's two throughput phases.
 constexpr std::uint64_t kSessionsRetryMs = 5000;
 constexpr std::uint64_t kStreamsRetryMs = 8000;
+constexpr int kProbeBuffer = 4 * 1024 * 1024;
 constexpr auto kSweepEvery = std::chrono::seconds(1);
 constexpr auto kRandomKeyLife = std::chrono::hours(1);
 
@@ -260,6 +261,11 @@ std::error_code ExtendedService::Listen(const asio::ip::address_v4& address, std
         m_Socket.bind(udpEnd, ec);
     if (!ec)
         m_Socket.non_blocking(true, ec);
+    // The loop that reads the probes also feeds the streams: while it writes,
+    // a crowd's probes wait here instead of being dropped. A smaller buffer
+    // than asked for is no reason not to serve.
+    std::error_code ignored;
+    m_Socket.set_option(asio::socket_base::receive_buffer_size(kProbeBuffer), ignored);
     if (!ec)
         m_InboundSocket.open(udpEnd.protocol(), ec);
     if (!ec)
