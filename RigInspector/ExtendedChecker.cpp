@@ -94,6 +94,11 @@ public:
     {
         m_bClosed = true;
         std::error_code ignored;
+        // Cancelled first: a send that a peer who stopped reading holds up
+        // must end now, not when that peer lets go. Under Wine a close alone
+        // leaves it pending, and the event loop then waits for it on the way
+        // out.
+        m_Socket.cancel(ignored);
         m_Socket.set_option(asio::socket_base::linger(true, 0), ignored);
         m_Socket.close(ignored);
     }
@@ -277,6 +282,10 @@ private:
         const auto stats = Ask({Type::StatsRequest, m_Cookie, 0, m_S.warmupMs, windowEnd}, Type::Stats, 3,
                                Millis(250), [](const Message&) { return true; });
         std::optional<std::uint32_t> serverReceived;
+        // Streams that stayed open but carried nothing (a server that took
+        // them and never read) loaded nothing either.
+        if (!stats || stats->a == 0)
+            m_bPhaseMeasured[0] = false;
         if (stats)
         {
             serverReceived = stats->seq;
@@ -441,7 +450,10 @@ private:
         const auto endMs = std::min<std::int64_t>(
             m_S.phaseMs, std::chrono::duration_cast<Millis>(Clock::now() - m_PhaseStart).count());
         if (endMs <= static_cast<std::int64_t>(m_S.warmupMs))
+        {
+            m_bPhaseMeasured[1] = false; // cut off before slow start was over
             return;
+        }
         std::uint64_t bytes = 0;
         for (std::size_t i = m_S.warmupMs / kBucket.count();
              i < static_cast<std::size_t>(endMs / kBucket.count()) && i < m_DownBuckets.size(); ++i)
@@ -449,6 +461,8 @@ private:
         const double seconds =
             static_cast<double>(endMs / kBucket.count() * kBucket.count() - m_S.warmupMs) / 1000.0;
         // No stream got through: nothing was measured, which is not 0 KB/s.
+        if (bytes == 0)
+            m_bPhaseMeasured[1] = false;
         if (seconds > 0 && m_bPhaseMeasured[1])
             m_DownloadKBs = static_cast<double>(bytes) / 1024.0 / seconds;
     }

@@ -161,3 +161,25 @@ TEST(ExtendedChecker, StreamsToldBusyLeaveNoThroughputNoLoadedLatencyAndSayWhen)
     EXPECT_EQ(r.notes[0].code, "extended_busy");
     EXPECT_EQ(r.retryAfterMs, 7000u);
 }
+
+TEST(ExtendedChecker, StreamsTakenButNeverServedAreNotMeasured)
+{
+    // The listener takes the connections into its backlog and never reads or
+    // writes: the streams stay open and carry nothing.
+    const FakeService server(true, false);
+    const Fd hold(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in at = Address("127.0.0.1", server.Port());
+    ASSERT_EQ(::bind(hold.Get(), reinterpret_cast<const sockaddr*>(&at), sizeof at), 0);
+    ASSERT_EQ(::listen(hold.Get(), 16), 0);
+    const ExtendedSettings settings = ShortRun(server.Port());
+    std::chrono::steady_clock::duration took{};
+    const ExtendedResult r = TimedRun(settings, &took);
+
+    EXPECT_LE(took, Millis(settings.budgetMs + 500));
+    EXPECT_TRUE(r.idle.p50);
+    EXPECT_FALSE(r.uploadKBs);
+    EXPECT_FALSE(r.downloadKBs);
+    EXPECT_TRUE(r.grade.empty());
+    ASSERT_EQ(r.notes.size(), 1u);
+    EXPECT_EQ(r.notes[0].code, "extended_streams_refused");
+}
