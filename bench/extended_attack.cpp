@@ -12,6 +12,8 @@
 //                     send a byte, each made again when the server closes it
 //   --when-session M  start once the server (metrics on 127.0.0.1:M) has
 //                     opened a session, the honest client's
+//   serve HOW SECS    be a server that refuses streams (HOW: silent, busy or
+//                     close) and serves the rest, on 127.0.0.1
 //   metrics M         print the server's metrics from 127.0.0.1:M
 //   crowd N           N honest extended runs starting together, each from an
 //                     address of its own (127.0.1.x): how many got figures
@@ -277,6 +279,82 @@ int Silent(int count, double seconds)
     return 0;
 }
 
+// A stand-in for the extended service that welcomes, echoes and counts
+// probes like the real one, but treats every stream its own way: "silent"
+// takes it and never reads or writes, "busy" sends a Busy record and holds
+// it, "close" closes it at once.
+int Serve(const std::string& how, double seconds)
+{
+    const int udp = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int tcp = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in at = At("127.0.0.1", g_Port);
+    const int one = 1;
+    ::setsockopt(tcp, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+    if (::bind(udp, reinterpret_cast<const sockaddr*>(&at), sizeof at) != 0 ||
+        ::bind(tcp, reinterpret_cast<const sockaddr*>(&at), sizeof at) != 0 || ::listen(tcp, 64) != 0)
+    {
+        std::perror("serve");
+        return 1;
+    }
+    std::printf("serving %s on %u\n", how.c_str(), g_Port);
+    std::fflush(stdout);
+    std::vector<int> held;
+    std::uint32_t probes = 0, streams = 0;
+    const auto end = Clock::now() + std::chrono::duration<double>(seconds);
+    while (Clock::now() < end)
+    {
+        pollfd p[2] = {{udp, POLLIN, 0}, {tcp, POLLIN, 0}};
+        if (::poll(p, 2, 100) <= 0)
+            continue;
+        if (p[1].revents != 0)
+        {
+            const int stream = ::accept4(tcp, nullptr, nullptr, SOCK_CLOEXEC);
+            ++streams;
+            if (how == "close")
+                ::close(stream);
+            else
+            {
+                if (how == "busy")
+                {
+                    const auto busy = extended::Encode({Type::Busy, 0, 0, 7000, 2});
+                    ::send(stream, busy.data(), busy.size(), MSG_NOSIGNAL);
+                }
+                held.push_back(stream);
+            }
+        }
+        if (p[0].revents == 0)
+            continue;
+        std::uint8_t buffer[2048];
+        sockaddr_in from{};
+        socklen_t length = sizeof from;
+        const ssize_t n =
+            ::recvfrom(udp, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &length);
+        const auto m = n > 0 ? extended::Decode(buffer, static_cast<std::size_t>(n)) : std::nullopt;
+        if (!m)
+            continue;
+        Message reply = *m;
+        if (m->type == Type::Hello)
+            reply = {Type::Welcome, 42, 0, m->a};
+        else if (m->type == Type::Probe)
+        {
+            ++probes;
+            reply.type = Type::Echo;
+        }
+        else if (m->type == Type::StatsRequest)
+            reply = {Type::Stats, 42, probes, 0, 0};
+        else
+            continue;
+        const auto bytes = extended::Encode(reply);
+        ::sendto(udp, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&from), length);
+    }
+    for (const int fd : held)
+        ::close(fd);
+    ::close(udp);
+    ::close(tcp);
+    std::printf("probes=%u streams=%u\n", probes, streams);
+    return 0;
+}
+
 int Crowd(int players)
 {
     std::vector<ExtendedResult> results(static_cast<std::size_t>(players));
@@ -354,6 +432,8 @@ int main(int argc, char** argv)
         return Hellos(std::min(number(1, 2300), 100000.0), std::min(number(2, 10), 60.0));
     if (mode == "silent")
         return Silent(static_cast<int>(std::min(number(1, 64), 1000.0)), std::min(number(2, 10), 60.0));
+    if (mode == "serve")
+        return Serve(args.size() > 1 ? args[1] : "silent", std::min(number(2, 60), 300.0));
     if (mode == "crowd")
         return Crowd(static_cast<int>(std::min(number(1, 20), 250.0)));
     std::fprintf(stderr,
