@@ -40,7 +40,7 @@ enum class Type : std::uint8_t
     InboundRequest = 7, // a = nonce
     Inbound = 8,        // from another server port to the client's game port; a = the nonce
     Bye = 9,            // the client is done: the session ends now
-    Busy = 10,          // a = retry after this many ms, b = BusyReason; cookie as asked
+    Busy = 10,          // a = retry after this many ms, b = BusyReason; cookie as asked, c = a Hello's nonce
     Upload = 16,        // TCP: the client sends for a ms, the server counts
     Download = 17       // TCP: the server sends for a ms
 };

@@ -374,7 +374,7 @@ int Crowd(int players)
             });
     for (auto& thread : threads)
         thread.join();
-    int measured = 0, busy = 0, unmeasured = 0, failed = 0;
+    int measured = 0, busy = 0, unmeasured = 0, failed = 0, uploadOnly = 0, downloadOnly = 0;
     std::uint32_t longest = 0;
     for (const auto& r : results)
     {
@@ -389,10 +389,15 @@ int Crowd(int players)
         else if (!r.failure.empty())
             ++failed;
         else
+        {
             ++unmeasured;
+            uploadOnly += r.uploadKBs.has_value();
+            downloadOnly += r.downloadKBs.has_value();
+        }
     }
-    std::printf("players=%d measured=%d busy=%d unmeasured=%d failed=%d longest_ms=%u\n", players, measured,
-                busy, unmeasured, failed, longest);
+    std::printf("players=%d measured=%d busy=%d unmeasured=%d (upload only %d, download only %d) failed=%d "
+                "longest_ms=%u\n",
+                players, measured, busy, unmeasured, uploadOnly, downloadOnly, failed, longest);
     return 0;
 }
 } // namespace

@@ -207,8 +207,8 @@ TEST_F(ExtendedServiceTest, EchoesKeepToTheGamePaceAndHellosToTheirRate)
     int echoes = 0;
     while (ReceiveDatagram(client, Millis(300)))
         ++echoes;
-    EXPECT_GE(echoes, 25);
-    EXPECT_LT(echoes, 60);
+    EXPECT_GE(echoes, 100);
+    EXPECT_LT(echoes, 150);
     // Hellos beyond the burst go unanswered.
     const Fd flooder = BindUdp("127.0.0.1", 0);
     const auto hello = extended::Encode({Type::Hello, 0, 0, 5});

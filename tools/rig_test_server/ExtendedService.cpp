@@ -33,6 +33,7 @@ constexpr auto kBusyLinger = std::chrono::milliseconds(500);
 // run's two throughput phases.
 constexpr std::uint64_t kSessionsRetryMs = 5000;
 constexpr std::uint64_t kStreamsRetryMs = 8000;
+constexpr int kDatagramsPerTurn = 256;
 constexpr int kProbeBuffer = 4 * 1024 * 1024;
 constexpr auto kSweepEvery = std::chrono::seconds(1);
 constexpr auto kRandomKeyLife = std::chrono::hours(1);
@@ -318,6 +319,19 @@ void ExtendedService::Receive()
                                         return;
                                     if (!ec)
                                         OnDatagram(n);
+                                    // Whatever else is queued is read now: with
+                                    // a crowd's streams to feed, a turn of the
+                                    // loop is long, and one datagram a turn
+                                    // would leave probes to overflow the buffer.
+                                    for (int i = 0; i < kDatagramsPerTurn; ++i)
+                                    {
+                                        std::error_code again;
+                                        const std::size_t more =
+                                            m_Socket.receive_from(asio::buffer(m_Buffer), m_Sender, 0, again);
+                                        if (again)
+                                            break;
+                                        OnDatagram(more);
+                                    }
                                     Receive();
                                 });
 }

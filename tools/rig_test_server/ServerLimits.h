@@ -84,7 +84,8 @@ struct ExtendedLimitSettings
     std::uint32_t m_SessionsPerSource = 8;
     std::uint32_t m_MaxSessions = 4096;
     double m_EchoesPerSecond = 75.0; // a 20 ms probe pace with room for a late timer
-    double m_EchoBurst = 25.0;
+    // Two seconds of probes: a busy server reads them in bursts.
+    double m_EchoBurst = 100.0;
     std::uint32_t m_StreamsPerSource = 8;
     std::uint32_t m_StreamBudget = 256;
     std::uint32_t m_PendingPerSource = 8; // connections that have not sent their header yet
