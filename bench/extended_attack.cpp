@@ -18,6 +18,8 @@
 //   crowd N           N honest extended runs starting together, each from an
 //                     address of its own (127.0.1.x): how many got figures
 //
+// With RIG_CROWD_VERBOSE set, the crowd names on stderr each player that
+// got no figures, and why.
 // The attacking host is 127.0.0.66 (crowd: 127.0.1.1 and up), so the honest
 // client on 127.0.0.1 is another host. Server on 127.0.0.1:9997 unless
 // --port says otherwise.
@@ -399,11 +401,22 @@ int Crowd(int players)
         if (r.uploadKBs && r.downloadKBs)
             ++measured;
         else if (bBusy)
+        {
+            if (std::getenv("RIG_CROWD_VERBOSE") != nullptr)
+                std::fprintf(stderr, "player %zu: busy up=%d down=%d stats=%d\n",
+                             static_cast<std::size_t>(&r - results.data()) + 1, r.uploadKBs.has_value(),
+                             r.downloadKBs.has_value(), r.lossUpPercent.has_value());
             ++busy;
+        }
         else if (!r.failure.empty())
             ++failed;
         else
         {
+            if (std::getenv("RIG_CROWD_VERBOSE") != nullptr)
+                std::fprintf(stderr, "player %zu: %s %s stats=%d\n",
+                             static_cast<std::size_t>(&r - results.data()) + 1,
+                             r.notes.empty() ? "-" : r.notes[0].code.c_str(), r.failure.c_str(),
+                             r.lossUpPercent.has_value());
             ++unmeasured;
             uploadOnly += r.uploadKBs.has_value();
             downloadOnly += r.downloadKBs.has_value();

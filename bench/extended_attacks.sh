@@ -80,7 +80,8 @@ field() {
 
 # scenario <name> [attack args...]: a fresh server, the attack (if any) in
 # the background, the honest run beside it. RIG_ATTACKS (names, space
-# separated) runs only those, beside the baseline.
+# separated) runs only those, beside the baseline; RIG_ATTACKS_KEEP (a
+# folder) keeps each attack's output and honest figures.
 scenario() {
     name=$1
     shift
@@ -100,6 +101,7 @@ scenario() {
     peak=$(awk '/^VmHWM/ { print $2 }' "/proc/$SERVER_PID/status")
     "$ATTACK" metrics "$METRICS" >"$WORK/$name.metrics" 2>/dev/null || true
     stop_server
+    [ -z "${RIG_ATTACKS_KEEP:-}" ] || cp "$WORK/$name.attack" "$WORK/$name.json" "$RIG_ATTACKS_KEEP/" 2>/dev/null || true
     refused=$(grep '^rig_extended_.*_refused_total' "$WORK/$name.metrics" | awk '$2 > 0 { sub("rig_extended_", "", $1); printf "%s=%s ", $1, $2 }')
     printf '%-9s honest: busy=%s idle=%s loaded=%s grade=%s loss_up=%s loss_down=%s up=%s down=%s KB/s, %s ms\n' \
         "$name" "$(field "$name" busy)" "$(field "$name" idle_p50)" "$(field "$name" loaded_p50)" \

@@ -104,7 +104,7 @@ TEST(ExtendedAdmission, SessionsAndStreamsPerSourceAndInAll)
     settings.m_SessionsPerSource = 2;
     settings.m_MaxSessions = 3;
     settings.m_StreamsPerSource = 8;
-    settings.m_StreamBudget = 6;
+    settings.m_StreamBudget = 8;
     settings.m_PendingPerSource = 1;
     ExtendedAdmission admission(settings);
     EXPECT_EQ(admission.OpenSession(kHost), Verdict::Admitted);
@@ -123,17 +123,16 @@ TEST(ExtendedAdmission, SessionsAndStreamsPerSourceAndInAll)
     admission.ClosePending(kHost);
     EXPECT_EQ(admission.OpenPending(kHost), Verdict::Admitted);
 
-    // Further streams only while half the budget is free; a first stream
-    // until all of it is taken.
+    // Further streams only while less than a quarter of the budget is
+    // taken; a first stream until all of it is.
     EXPECT_EQ(admission.OpenStream(kHost, true), Verdict::Admitted);
     EXPECT_EQ(admission.OpenStream(kHost, false), Verdict::Admitted);
-    EXPECT_EQ(admission.OpenStream(kHost, false), Verdict::Admitted);
     EXPECT_EQ(admission.OpenStream(kHost, false), Verdict::Full);
-    for (std::uint32_t player = 0; player < 3; ++player)
+    for (std::uint32_t player = 0; player < 6; ++player)
         EXPECT_EQ(admission.OpenStream(kOther + player, true), Verdict::Admitted);
-    EXPECT_EQ(admission.OpenStream(kOther + 3, true), Verdict::Full);
+    EXPECT_EQ(admission.OpenStream(kOther + 6, true), Verdict::Full);
     admission.CloseStream(kOther);
-    EXPECT_EQ(admission.OpenStream(kOther + 3, true), Verdict::Admitted);
+    EXPECT_EQ(admission.OpenStream(kOther + 6, true), Verdict::Admitted);
 }
 
 TEST(ExtendedAdmission, StreamsPerSource)

@@ -34,6 +34,7 @@ constexpr auto kBusyLinger = std::chrono::milliseconds(500);
 constexpr std::uint64_t kSessionsRetryMs = 5000;
 constexpr std::uint64_t kStreamsRetryMs = 8000;
 constexpr int kDatagramsPerTurn = 256;
+constexpr int kAcceptsPerTurn = 256;
 constexpr int kProbeBuffer = 4 * 1024 * 1024;
 constexpr auto kSweepEvery = std::chrono::seconds(1);
 constexpr auto kRandomKeyLife = std::chrono::hours(1);
@@ -275,6 +276,8 @@ std::error_code ExtendedService::Listen(const asio::ip::address_v4& address, std
         m_InboundSocket.non_blocking(true, ec);
     if (!ec)
         ec = OpenListening(m_Acceptor, {address, LocalPort()});
+    if (!ec)
+        m_Acceptor.non_blocking(true, ec);
     if (ec)
     {
         std::error_code ignored;
@@ -532,23 +535,40 @@ void ExtendedService::Accept()
         {
             if (!m_Acceptor.is_open() || ec == asio::error::operation_aborted)
                 return;
-            std::error_code peerError;
-            const auto peer = socket.remote_endpoint(peerError);
-            if (!ec && !peerError)
+            if (!ec)
+                Admit(std::move(socket));
+            // Every connection already queued is taken now: with a crowd's
+            // streams to feed, a turn of the loop is long, and one accept a
+            // turn would leave players connected but never served.
+            for (int i = 0; i < kAcceptsPerTurn; ++i)
             {
-                const std::uint32_t source = SourceOf(peer.address());
-                if (m_Admission.OpenPending(source) == ExtendedAdmission::Verdict::Admitted)
-                {
-                    auto stream = std::make_shared<ExtendedStream>(*this, std::move(socket), source);
-                    std::erase_if(m_LiveStreams, [](const auto& weak) { return weak.expired(); });
-                    m_LiveStreams.push_back(stream);
-                    stream->Start();
-                }
-                else
-                    ServerMetrics::Add(m_Metrics.m_ExtStreamsRefusedPending);
+                std::error_code again;
+                asio::ip::tcp::socket next(m_Io);
+                m_Acceptor.accept(next, again);
+                if (again)
+                    break;
+                Admit(std::move(next));
             }
             Accept();
         });
+}
+
+void ExtendedService::Admit(asio::ip::tcp::socket socket)
+{
+    std::error_code peerError;
+    const auto peer = socket.remote_endpoint(peerError);
+    if (peerError)
+        return;
+    const std::uint32_t source = SourceOf(peer.address());
+    if (m_Admission.OpenPending(source) != ExtendedAdmission::Verdict::Admitted)
+    {
+        ServerMetrics::Add(m_Metrics.m_ExtStreamsRefusedPending);
+        return;
+    }
+    auto stream = std::make_shared<ExtendedStream>(*this, std::move(socket), source);
+    std::erase_if(m_LiveStreams, [](const auto& weak) { return weak.expired(); });
+    m_LiveStreams.push_back(stream);
+    stream->Start();
 }
 
 void ExtendedService::Sweep()

@@ -74,6 +74,7 @@ private:
     void SendLater(const asio::ip::udp::endpoint& to, extended::Bytes data, std::chrono::milliseconds delay);
     void Send(asio::ip::udp::socket& socket, const asio::ip::udp::endpoint& to, const extended::Bytes& data);
     void Accept();
+    void Admit(asio::ip::tcp::socket socket);
     void Sweep();
     void EndSession(std::unordered_map<std::uint64_t, Session>::iterator it);
     std::uint64_t UnixSeconds() const;

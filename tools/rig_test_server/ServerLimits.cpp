@@ -154,7 +154,7 @@ void ExtendedAdmission::ClosePending(std::uint32_t source)
 
 ExtendedAdmission::Verdict ExtendedAdmission::OpenStream(std::uint32_t source, bool bFirst)
 {
-    const std::uint32_t budget = bFirst ? m_Settings.m_StreamBudget : m_Settings.m_StreamBudget / 2;
+    const std::uint32_t budget = bFirst ? m_Settings.m_StreamBudget : m_Settings.m_StreamBudget / 4;
     const Verdict verdict = m_Streams.Check(source, m_Settings.m_StreamsPerSource, budget);
     if (verdict == Verdict::Admitted)
         m_Streams.Add(source);

@@ -87,7 +87,7 @@ struct ExtendedLimitSettings
     // Two seconds of probes: a busy server reads them in bursts.
     double m_EchoBurst = 100.0;
     std::uint32_t m_StreamsPerSource = 8;
-    std::uint32_t m_StreamBudget = 256;
+    std::uint32_t m_StreamBudget = 512;
     std::uint32_t m_PendingPerSource = 8; // connections that have not sent their header yet
     std::uint32_t m_MaxPending = 512;
 };
@@ -116,8 +116,9 @@ public:
     void ClosePending(std::uint32_t source);
     /// bFirst: the session has no stream in this direction yet. Every player
     /// gets its first stream each way while the budget lasts; a further one
-    /// only while half the budget is free, so that the first streams of
-    /// players who come later still find room.
+    /// only while less than a quarter of the budget is taken, so that the
+    /// first streams of players who come later still find room, also while
+    /// the streams of a phase just ended are still being torn down.
     Verdict OpenStream(std::uint32_t source, bool bFirst);
     void CloseStream(std::uint32_t source);
 

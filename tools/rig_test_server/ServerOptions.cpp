@@ -127,7 +127,7 @@ int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
         ->capture_default_str()
         ->check(CLI::Range(1u, 100000u));
     app.add_option("--extended-stream-budget", o.m_Extended.m_StreamBudget,
-                   "throughput streams in all; beyond half of it, only a player's first stream each way")
+                   "throughput streams in all; beyond a quarter of it, only a player's first stream each way")
         ->group(extended)
         ->capture_default_str()
         ->check(CLI::Range(2u, 100000u));
