@@ -1,10 +1,12 @@
 #include "ExtendedChecker.h"
 
+#include <algorithm>
 #include <array>
 #include <asio/connect.hpp>
 #include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>
 #include <asio/ip/udp.hpp>
+#include <asio/read.hpp>
 #include <asio/steady_timer.hpp>
 #include <asio/write.hpp>
 #include <chrono>
@@ -32,12 +34,24 @@ struct PhaseStreams
 {
     std::uint32_t connected = 0;
     Clock::time_point firstConnected;
+    std::uint32_t busy = 0;
+    std::uint64_t retryAfterMs = 0;
 };
 
-// One TCP stream of a throughput phase.
+// One TCP stream of a throughput phase. The server answers a stream it
+// cannot take with one Busy record and closes it; it writes nothing else on
+// an upload, and download data never begins with a record.
 class Stream : public std::enable_shared_from_this<Stream>
 {
 public:
+    enum class State
+    {
+        Connecting,
+        Up,
+        Busy,  // the server said so
+        Failed // refused, reset or closed early
+    };
+
     Stream(asio::io_context& io, Type type, std::vector<std::uint64_t>& buckets, Clock::time_point phaseStart,
            PhaseStreams& phase)
         : m_Socket(io), m_Type(type), m_Buckets(buckets), m_PhaseStart(phaseStart), m_Buffer(kChunk),
@@ -45,36 +59,93 @@ public:
     {
     }
 
-    void Start(const asio::ip::tcp::endpoint& server, const extended::Bytes& header)
+    void Start(const asio::ip::tcp::endpoint& server, const asio::ip::address_v4& local,
+               const extended::Bytes& header)
     {
         m_Header = header;
+        std::error_code ec;
+        m_Socket.open(asio::ip::tcp::v4(), ec);
+        if (!ec && !local.is_unspecified())
+            m_Socket.bind({local, 0}, ec);
+        if (ec)
+        {
+            m_State = State::Failed;
+            return;
+        }
         m_Socket.async_connect(server,
                                [self = shared_from_this()](const std::error_code& ec)
                                {
                                    if (ec)
-                                       return;
+                                       return self->Fail();
                                    asio::async_write(self->m_Socket, asio::buffer(self->m_Header),
                                                      [self](const std::error_code& ec2, std::size_t)
                                                      {
                                                          if (ec2)
-                                                             return;
-                                                         if (self->m_Phase.connected++ == 0)
-                                                             self->m_Phase.firstConnected = Clock::now();
-                                                         self->Pump();
+                                                             return self->Fail();
+                                                         self->OnConnected();
                                                      });
                                });
     }
+
+    State GetState() const { return m_State; }
 
     /// Resets the connection: what is still queued in either direction is
     /// thrown away instead of competing with the next phase.
     void Close()
     {
+        m_bClosed = true;
         std::error_code ignored;
+        // Cancelled first: a send that a peer who stopped reading holds up
+        // must end now, not when that peer lets go. Under Wine a close alone
+        // leaves it pending, and the event loop then waits for it on the way
+        // out.
+        m_Socket.cancel(ignored);
         m_Socket.set_option(asio::socket_base::linger(true, 0), ignored);
         m_Socket.close(ignored);
     }
 
 private:
+    void OnConnected()
+    {
+        m_State = State::Up;
+        if (m_Phase.connected++ == 0)
+            m_Phase.firstConnected = Clock::now();
+        // The first record says whether the server took the stream.
+        asio::async_read(m_Socket, asio::buffer(m_First),
+                         [self = shared_from_this()](const std::error_code& ec, std::size_t n)
+                         {
+                             if (ec)
+                                 return self->Fail();
+                             const auto record = extended::Decode(self->m_First.data(), n);
+                             if (record && record->type == Type::Busy)
+                             {
+                                 self->m_State = State::Busy;
+                                 ++self->m_Phase.busy;
+                                 self->m_Phase.retryAfterMs = std::max(self->m_Phase.retryAfterMs, record->a);
+                                 return self->Close();
+                             }
+                             if (self->m_Type == Type::Upload)
+                                 return self->Fail(); // an upload is never answered
+                             self->Count(n);
+                             self->Pump();
+                         });
+        if (m_Type == Type::Upload)
+            Pump();
+    }
+
+    void Fail()
+    {
+        if (!m_bClosed && m_State != State::Busy)
+            m_State = State::Failed;
+    }
+
+    void Count(std::size_t n)
+    {
+        const auto slot = static_cast<std::size_t>((Clock::now() - m_PhaseStart) / kBucket);
+        if (slot < m_Buckets.size())
+            m_Buckets[slot] += n;
+    }
+
     void Pump()
     {
         auto self = shared_from_this();
@@ -82,18 +153,16 @@ private:
             return m_Socket.async_write_some(asio::buffer(m_Buffer),
                                              [self](const std::error_code& ec, std::size_t)
                                              {
-                                                 if (!ec)
-                                                     self->Pump();
+                                                 if (ec)
+                                                     return self->Fail();
+                                                 self->Pump();
                                              });
         m_Socket.async_read_some(asio::buffer(m_Buffer),
                                  [self](const std::error_code& ec, std::size_t n)
                                  {
                                      if (ec)
-                                         return;
-                                     const auto slot = static_cast<std::size_t>(
-                                         (Clock::now() - self->m_PhaseStart) / kBucket);
-                                     if (slot < self->m_Buckets.size())
-                                         self->m_Buckets[slot] += n;
+                                         return self->Fail();
+                                     self->Count(n);
                                      self->Pump();
                                  });
     }
@@ -103,8 +172,11 @@ private:
     std::vector<std::uint64_t>& m_Buckets;
     Clock::time_point m_PhaseStart;
     std::vector<std::uint8_t> m_Buffer;
+    std::array<std::uint8_t, extended::kMinMessage> m_First{};
     PhaseStreams& m_Phase;
     extended::Bytes m_Header;
+    State m_State = State::Connecting;
+    bool m_bClosed = false;
 };
 
 class Exchange
@@ -143,7 +215,16 @@ private:
             return;
         }
         m_Server = {address, m_S.port};
+        if (!m_S.localAddress.empty())
+            m_Local = asio::ip::make_address_v4(m_S.localAddress, ec);
+        if (ec)
+        {
+            result.failure = "the local address " + m_S.localAddress + " is not an IPv4 address";
+            return;
+        }
         m_Udp.open(asio::ip::udp::v4(), ec);
+        if (!ec && !m_Local.is_unspecified())
+            m_Udp.bind({m_Local, 0}, ec);
         if (!ec)
             m_Udp.connect(m_Server, ec); // only the server's datagrams reach this socket
         if (ec)
@@ -161,9 +242,11 @@ private:
             ReceiveGame();
 
         Report("handshake");
-        const std::uint64_t nonce = m_Random() | 1;
-        const auto welcome = Ask({Type::Hello, 0, 0, nonce}, Type::Welcome, 4, Millis(300),
-                                 [nonce](const Message& m) { return m.a == nonce && m.cookie != 0; });
+        m_HelloNonce = m_Random() | 1;
+        const auto welcome = Ask({Type::Hello, 0, 0, m_HelloNonce}, Type::Welcome, 4, Millis(300),
+                                 [this](const Message& m) { return m.a == m_HelloNonce && m.cookie != 0; });
+        if (m_RetryAfterMs)
+            return ReportBusy(result);
         if (!welcome)
         {
             result.failure =
@@ -175,9 +258,17 @@ private:
         Report("idle latency");
         m_TickStart = Clock::now();
         Tick(0);
-        RunUntil([this] { return m_bProbesDone; }, m_Deadline - kClosingReserve);
+        RunUntil([this] { return m_bProbesDone || m_RetryAfterMs; }, m_Deadline - kClosingReserve);
         m_Ticker.cancel();
-        StopStreams();
+        if (m_RetryAfterMs)
+        {
+            StopStreams();
+            return ReportBusy(result);
+        }
+        // Out of time in the middle of a phase: what it got so far is judged
+        // like a whole phase.
+        if (m_Phase == 1 || m_Phase == 2)
+            EndPhase(m_Phase - 1);
         if (!m_bDownloadMeasured && m_Phase == 2)
             MeasureDownload();
 
@@ -192,6 +283,10 @@ private:
         const auto stats = Ask({Type::StatsRequest, m_Cookie, 0, m_S.warmupMs, windowEnd}, Type::Stats, 3,
                                Millis(250), [](const Message&) { return true; });
         std::optional<std::uint32_t> serverReceived;
+        // Streams that stayed open but carried nothing (a server that took
+        // them and never read) loaded nothing either.
+        if (!stats || stats->a == 0)
+            m_bPhaseMeasured[0] = false;
         if (stats)
         {
             serverReceived = stats->seq;
@@ -200,11 +295,16 @@ private:
             const std::uint64_t windowMs =
                 windowEnd / bucket * bucket -
                 std::min(windowEnd / bucket * bucket, m_S.warmupMs / bucket * bucket);
-            if (m_PhaseStreams[0].connected > 0 && windowMs > 0)
+            if (m_bPhaseMeasured[0] && windowMs > 0)
                 result.uploadKBs = static_cast<double>(stats->a) / 1024.0 / (windowMs / 1000.0);
         }
+        // A phase without load says nothing about latency under load.
+        for (int phase = 0; phase < 2; ++phase)
+            if (!m_bPhaseMeasured[phase])
+                m_Log.Unload(m_PhaseFirstSeq[phase], m_PhaseFirstSeq[phase + 1]);
         m_Log.Summarize(result, serverReceived);
         result.downloadKBs = m_DownloadKBs;
+        NoteUnmeasured(result);
 
         if (bGamePort)
         {
@@ -226,6 +326,9 @@ private:
         const std::uint32_t phaseTicks = m_S.phaseMs / m_S.intervalMs;
         const std::uint32_t uploadAt = m_S.idleProbes, downloadAt = uploadAt + phaseTicks,
                             tailAt = downloadAt + phaseTicks, endAt = tailAt + m_S.tailMs / m_S.intervalMs;
+        m_PhaseFirstSeq[0] = uploadAt;
+        m_PhaseFirstSeq[1] = downloadAt;
+        m_PhaseFirstSeq[2] = tailAt;
         if (k == uploadAt)
         {
             Report("upload under load");
@@ -235,14 +338,14 @@ private:
         }
         else if (k == downloadAt)
         {
-            StopStreams();
+            EndPhase(0);
             Report("download under load");
             StartStreams(Type::Download);
             m_Phase = 2;
         }
         else if (k == tailAt)
         {
-            StopStreams();
+            EndPhase(1);
             MeasureDownload();
             Report("last echoes");
             m_Phase = 3;
@@ -271,6 +374,7 @@ private:
 
     void StartStreams(Type type)
     {
+        m_bPhaseStarted[type == Type::Upload ? 0 : 1] = true;
         m_PhaseStart = Clock::now();
         if (type == Type::Download)
             m_DownBuckets.assign(m_S.phaseMs / kBucket.count() + 1, 0);
@@ -282,9 +386,56 @@ private:
         {
             auto stream = std::make_shared<Stream>(m_Io, type, m_DownBuckets, m_PhaseStart,
                                                    m_PhaseStreams[type == Type::Upload ? 0 : 1]);
-            stream->Start({m_Server.address(), m_S.port}, header);
+            stream->Start({m_Server.address(), m_S.port}, m_Local, header);
             m_Streams.push_back(stream);
         }
+    }
+
+    // A phase is measured when at least one stream carried it to its end and
+    // none broke off on the way; a stream the server declined for want of
+    // room (Busy) leaves the others' figure true.
+    void EndPhase(int phase)
+    {
+        bool bCarried = false, bBroken = false;
+        for (const auto& stream : m_Streams)
+        {
+            bCarried = bCarried || stream->GetState() == Stream::State::Up;
+            bBroken = bBroken || stream->GetState() == Stream::State::Failed;
+        }
+        m_bPhaseMeasured[phase] = bCarried && !bBroken;
+        StopStreams();
+    }
+
+    void NoteUnmeasured(ExtendedResult& result) const
+    {
+        if ((m_bPhaseMeasured[0] || !m_bPhaseStarted[0]) && (m_bPhaseMeasured[1] || !m_bPhaseStarted[1]))
+            return;
+        const PhaseStreams& up = m_PhaseStreams[0];
+        const PhaseStreams& down = m_PhaseStreams[1];
+        const std::uint64_t retryMs = std::max(up.retryAfterMs, down.retryAfterMs);
+        const bool bBusyOnly = (m_bPhaseMeasured[0] || up.busy > 0) && (m_bPhaseMeasured[1] || down.busy > 0);
+        if (bBusyOnly)
+        {
+            result.retryAfterMs = static_cast<std::uint32_t>(retryMs);
+            result.notes.push_back(
+                {"extended_busy", "The test server had no room for the throughput streams; "
+                                  "try again in " +
+                                      std::to_string((retryMs + 999) / 1000) + " s."});
+        }
+        else
+            result.notes.push_back({"extended_streams_refused",
+                                    "The throughput streams were refused, reset or never accepted, so the "
+                                    "line was not loaded: no throughput and no latency under load."});
+    }
+
+    void ReportBusy(ExtendedResult& result)
+    {
+        result.retryAfterMs = static_cast<std::uint32_t>(*m_RetryAfterMs);
+        result.failure = "the extended service is busy; try again in " +
+                         std::to_string((*m_RetryAfterMs + 999) / 1000) + " s";
+        result.notes.push_back({"extended_busy", "The test server is serving as many players as it can; "
+                                                 "try again in " +
+                                                     std::to_string((*m_RetryAfterMs + 999) / 1000) + " s."});
     }
 
     void StopStreams()
@@ -300,7 +451,10 @@ private:
         const auto endMs = std::min<std::int64_t>(
             m_S.phaseMs, std::chrono::duration_cast<Millis>(Clock::now() - m_PhaseStart).count());
         if (endMs <= static_cast<std::int64_t>(m_S.warmupMs))
+        {
+            m_bPhaseMeasured[1] = false; // cut off before slow start was over
             return;
+        }
         std::uint64_t bytes = 0;
         for (std::size_t i = m_S.warmupMs / kBucket.count();
              i < static_cast<std::size_t>(endMs / kBucket.count()) && i < m_DownBuckets.size(); ++i)
@@ -308,7 +462,9 @@ private:
         const double seconds =
             static_cast<double>(endMs / kBucket.count() * kBucket.count() - m_S.warmupMs) / 1000.0;
         // No stream got through: nothing was measured, which is not 0 KB/s.
-        if (seconds > 0 && m_PhaseStreams[1].connected > 0)
+        if (bytes == 0)
+            m_bPhaseMeasured[1] = false;
+        if (seconds > 0 && m_bPhaseMeasured[1])
             m_DownloadKBs = static_cast<double>(bytes) / 1024.0 / seconds;
     }
 
@@ -320,7 +476,8 @@ private:
         for (int i = 0; i < tries && Clock::now() < m_Deadline; ++i)
         {
             Send(request);
-            RunUntil([&] { return m_Reply && accept(*m_Reply); }, std::min(m_Deadline, Clock::now() + wait));
+            RunUntil([&] { return (m_Reply && accept(*m_Reply)) || m_RetryAfterMs; },
+                     std::min(m_Deadline, Clock::now() + wait));
             if (m_Reply && accept(*m_Reply))
                 return m_Reply;
         }
@@ -349,7 +506,13 @@ private:
     void OnDatagram(std::size_t n)
     {
         const auto message = extended::Decode(m_UdpBuffer.data(), n);
-        if (!message || (message->type != Type::Welcome && message->cookie != m_Cookie))
+        if (!message)
+            return;
+        // Before the Welcome a Busy names the Hello's nonce; after it, the cookie.
+        if (message->type == Type::Busy &&
+            ((m_Cookie == 0 && message->c == m_HelloNonce) || (m_Cookie != 0 && message->cookie == m_Cookie)))
+            m_RetryAfterMs = message->a;
+        if (message->type != Type::Welcome && message->cookie != m_Cookie)
             return;
         if (message->type == Type::Echo)
             m_Log.OnEcho(message->seq, static_cast<std::int64_t>(message->a), NowUs());
@@ -389,6 +552,9 @@ private:
         std::error_code ignored;
         m_Ticker.cancel();
         StopStreams();
+        // The server frees the session now instead of when it idles out.
+        if (m_Cookie != 0 && m_Udp.is_open())
+            Send({Type::Bye, m_Cookie});
         m_Udp.close(ignored);
         m_Game.close(ignored);
         // Let the cancelled handlers run, so nothing outlives this object.
@@ -429,8 +595,14 @@ private:
     std::vector<std::uint8_t> m_UdpBuffer = std::vector<std::uint8_t>(65536);
     std::vector<std::uint8_t> m_GameBuffer = std::vector<std::uint8_t>(65536);
     Clock::time_point m_Start, m_Deadline, m_TickStart, m_PhaseStart;
+    asio::ip::address_v4 m_Local;
     std::uint64_t m_Cookie = 0;
+    std::uint64_t m_HelloNonce = 0;
     std::uint64_t m_InboundNonce = 0;
+    std::optional<std::uint64_t> m_RetryAfterMs; // the server said it is busy
+    bool m_bPhaseStarted[2] = {false, false};
+    bool m_bPhaseMeasured[2] = {false, false};    // upload, download
+    std::uint32_t m_PhaseFirstSeq[3] = {0, 0, 0}; // upload, download, tail
     std::optional<Message> m_Reply;
     Type m_ReplyType = Type::Welcome;
     ProbeLog m_Log;

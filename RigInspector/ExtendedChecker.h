@@ -21,6 +21,7 @@ struct ExtendedSettings
     std::uint32_t tailMs = 700;    // for the last echoes to come back
     std::uint32_t streams = 4;
     std::uint32_t budgetMs = 11500;
+    std::string localAddress; // IPv4 to send from; empty: the system's choice
 };
 
 class ExtendedChecker

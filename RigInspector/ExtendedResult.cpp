@@ -45,7 +45,7 @@ bool ProbeLog::OnEcho(std::uint32_t seq, std::int64_t sentUs, std::int64_t recei
     probe.answered = true;
     ++m_Answered;
     const double rttMs = static_cast<double>(receivedUs - sentUs) / 1000.0;
-    m_Rtt[static_cast<int>(probe.phase)].push_back(rttMs);
+    probe.rttMs = rttMs;
     if (rttMs > kLateMs)
         ++m_Late;
     if (m_HighestSeq && seq < *m_HighestSeq)
@@ -61,6 +61,13 @@ bool ProbeLog::OnEcho(std::uint32_t seq, std::int64_t sentUs, std::int64_t recei
     }
     m_LastTransitMs = rttMs;
     return true;
+}
+
+void ProbeLog::Unload(std::uint32_t fromSeq, std::uint32_t toSeq)
+{
+    for (std::uint32_t seq = fromSeq; seq < toSeq && seq < m_Probes.size(); ++seq)
+        if (m_Probes[seq].phase == ProbePhase::Loaded)
+            m_Probes[seq].phase = ProbePhase::Unloaded;
 }
 
 namespace
@@ -84,8 +91,12 @@ double Percent(std::uint32_t part, std::uint32_t whole)
 
 void ProbeLog::Summarize(ExtendedResult& result, std::optional<std::uint32_t> serverReceived) const
 {
-    result.idle = Figures(m_Rtt[0]);
-    result.loaded = Figures(m_Rtt[1]);
+    std::vector<double> rtt[2]; // idle, loaded
+    for (const Probe& probe : m_Probes)
+        if (probe.answered && probe.phase != ProbePhase::Unloaded)
+            rtt[probe.phase == ProbePhase::Idle ? 0 : 1].push_back(probe.rttMs);
+    result.idle = Figures(rtt[0]);
+    result.loaded = Figures(rtt[1]);
     result.loaded.min.reset();
     if (result.idle.p50 && result.loaded.p50)
     {
@@ -135,6 +146,9 @@ std::vector<ExtendedSection> ExtendedDetails(const ExtendedResult& r)
 {
     if (!r.ran)
         return {};
+    std::vector<std::string> throughputNotes;
+    for (const auto& note : r.notes)
+        throughputNotes.push_back(note.message);
     std::vector<ExtendedSection> out;
     const auto addPath = [&]
     {
@@ -166,6 +180,7 @@ std::vector<ExtendedSection> ExtendedDetails(const ExtendedResult& r)
         {"Throughput",
          {Format("Download %s, upload %s (%u streams, %.1f s each way)", Rate(r.downloadKBs).c_str(),
                  Rate(r.uploadKBs).c_str(), r.streams, r.phaseMs / 1000.0)}});
+    out.back().lines.insert(out.back().lines.end(), throughputNotes.begin(), throughputNotes.end());
     std::string inbound;
     if (!r.inboundReached)
         inbound = Format("UDP port %u was busy here: not tested", r.gamePort);

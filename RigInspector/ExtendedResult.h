@@ -41,6 +41,14 @@ struct ExtendedResult
     std::optional<bool> inboundReached; // nothing: the game port was busy here
 
     std::optional<PathReport> path; // nothing: the path was not traced
+
+    /// Why something was not measured, for scripts (code) and people.
+    struct Note
+    {
+        std::string code, message;
+    };
+    std::vector<Note> notes;
+    std::optional<std::uint32_t> retryAfterMs; // the server was busy: when to try again
 };
 
 /// Bufferbloat grade of a latency increase under load, in the common bands
@@ -60,7 +68,8 @@ inline constexpr double kLateMs = 500.0;
 enum class ProbePhase
 {
     Idle,
-    Loaded
+    Loaded,
+    Unloaded // sent while a load was meant to run but did not: in no latency figure
 };
 
 /// The probes of one run, sent and echoed, in the order things happened.
@@ -70,6 +79,8 @@ public:
     void OnSent(std::uint32_t seq, ProbePhase phase, std::int64_t sentUs);
     /// False when the echo names no probe sent with that time (forged or stale).
     bool OnEcho(std::uint32_t seq, std::int64_t sentUs, std::int64_t receivedUs);
+    /// The loaded probes from fromSeq up to toSeq were sent without a load.
+    void Unload(std::uint32_t fromSeq, std::uint32_t toSeq);
     /// Fills the latency, grade and per-packet figures; the loss figures too
     /// when the server's count of distinct probes is known.
     void Summarize(ExtendedResult& result, std::optional<std::uint32_t> serverReceived) const;
@@ -80,9 +91,9 @@ private:
         ProbePhase phase;
         std::int64_t sentUs;
         bool answered = false;
+        double rttMs = 0.0;
     };
     std::vector<Probe> m_Probes;
-    std::vector<double> m_Rtt[2]; // by phase
     std::uint32_t m_Answered = 0, m_Reordered = 0, m_Duplicates = 0, m_Late = 0;
     std::optional<std::uint32_t> m_HighestSeq;
     std::optional<double> m_LastTransitMs;

@@ -22,7 +22,7 @@ std::uint64_t Get(const std::uint8_t* p, int nBytes)
 
 bool KnownType(std::uint8_t type)
 {
-    return (type >= 1 && type <= 8) || type == 16 || type == 17;
+    return (type >= 1 && type <= 10) || type == 16 || type == 17;
 }
 } // namespace
 

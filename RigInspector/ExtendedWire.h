@@ -15,7 +15,10 @@
 //
 // UDP replies are never longer than the request they answer, and the server
 // drops requests shorter than kMinMessage, so a forged source gains nothing.
-// A TCP stream opens with one kMinMessage record (Upload or Download).
+// A TCP stream opens with one kMinMessage record (Upload or Download). A
+// stream the server cannot take gets one Busy record before the server
+// closes it; download data never starts with the magic, so the first record
+// tells the two apart, and an upload stream's server writes nothing else.
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -36,8 +39,17 @@ enum class Type : std::uint8_t
     Stats = 6,          // seq = distinct probes received, a = upload bytes in window, b = duplicate probes
     InboundRequest = 7, // a = nonce
     Inbound = 8,        // from another server port to the client's game port; a = the nonce
+    Bye = 9,            // the client is done: the session ends now
+    Busy = 10,          // a = retry after this many ms, b = BusyReason; cookie as asked, c = a Hello's nonce
     Upload = 16,        // TCP: the client sends for a ms, the server counts
     Download = 17       // TCP: the server sends for a ms
+};
+
+enum class BusyReason : std::uint8_t
+{
+    Sessions = 1, // this source, or the server, holds all the sessions it may
+    Streams = 2,  // this source, or the server, holds all the streams it may
+    Hellos = 3    // too many handshakes from this source
 };
 
 struct Message

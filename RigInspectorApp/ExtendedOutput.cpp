@@ -83,6 +83,11 @@ ordered_json ExtendedToJson(const ExtendedResult& r)
                        {"seconds_per_direction", r.phaseMs / 1000.0},
                        {"slow_start_excluded_ms", r.warmupMs}};
     j["inbound"] = {{"port", r.gamePort}, {"unsolicited_reached", Optional(r.inboundReached)}};
+    ordered_json notes = ordered_json::array();
+    for (const auto& note : r.notes)
+        notes.push_back({{"code", note.code}, {"message", note.message}});
+    j["diagnostics"] = notes;
+    j["retry_after_ms"] = Optional(r.retryAfterMs);
     j["path"] = PathToJson(r.path);
     return j;
 }

@@ -9,7 +9,7 @@ PACKAGES=(
     # build
     g++ cmake ninja-build pkgconf clang-format git
     # libraries
-    libgtest-dev libgmock-dev nlohmann-json3-dev libcli11-dev libasio-dev qt6-base-dev
+    libgtest-dev libgmock-dev nlohmann-json3-dev libcli11-dev libasio-dev qt6-base-dev libssl-dev
     # tests: network namespaces, a real X server, input, fonts for the dialogs
     iproute2 util-linux xvfb xauth xdotool x11-apps fonts-liberation fontconfig
     # fuzzing and benchmarks

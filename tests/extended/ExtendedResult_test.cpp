@@ -47,6 +47,19 @@ TEST(ExtendedProbeLog, TellsLossDirectionsAndOddArrivals)
     log.Summarize(unknown, std::nullopt);
     EXPECT_FALSE(unknown.lossUpPercent);
     EXPECT_FALSE(unknown.lossDownPercent);
+
+    // The load never ran: its probes still count for loss, but there is no
+    // latency under load and so no grade.
+    log.Unload(5, 10);
+    ExtendedResult unloaded;
+    log.Summarize(unloaded, 9u);
+    EXPECT_EQ(unloaded.loaded.samples, 0u);
+    EXPECT_FALSE(unloaded.loaded.p50);
+    EXPECT_FALSE(unloaded.increaseMs);
+    EXPECT_TRUE(unloaded.grade.empty());
+    EXPECT_EQ(unloaded.idle.samples, 4u);
+    EXPECT_DOUBLE_EQ(*unloaded.lossUpPercent, 10.0);
+    EXPECT_EQ(unloaded.answered, 9u);
 }
 
 TEST(ExtendedProbeLog, JitterFollowsRfc3550)
@@ -91,7 +104,7 @@ TEST(ExtendedWire, RefusesShortForeignAndFutureRecords)
     future[2] = extended::kVersion + 1;
     EXPECT_FALSE(extended::Decode(future.data(), future.size()));
     auto unknown = bytes;
-    unknown[3] = 9;
+    unknown[3] = 11;
     EXPECT_FALSE(extended::Decode(unknown.data(), unknown.size()));
 }
 } // namespace

@@ -115,3 +115,113 @@ TEST_F(ExtendedServiceTest, FaultFlagsApplyToTheProbes)
     EXPECT_EQ(stats->seq, 6u); // dropped echoes were still counted: downstream loss
 }
 } // namespace
+
+namespace
+{
+constexpr std::uint16_t kMetricsPort = 9995;
+
+// Reads one record from a stream, or nothing when none comes in time.
+std::optional<Message> ReadRecord(const Tcp& socket)
+{
+    std::uint8_t buffer[extended::kMinMessage];
+    std::size_t have = 0;
+    while (have < sizeof buffer && socket->WaitReadable(3000) == 1)
+    {
+        const int n = socket->Receive(reinterpret_cast<char*>(buffer) + have,
+                                      static_cast<int>(sizeof buffer - have), 0);
+        if (n <= 0)
+            break;
+        have += static_cast<std::size_t>(n);
+    }
+    return extended::Decode(buffer, have);
+}
+
+Tcp OpenStream(Type type, std::uint64_t cookie)
+{
+    Tcp socket = ConnectTcp(kPort);
+    const auto header = extended::Encode({type, cookie, 0, 3000});
+    if (socket->IsConnected())
+        socket->Send(reinterpret_cast<const char*>(header.data()), static_cast<int>(header.size()), 0);
+    return socket;
+}
+
+TEST_F(ExtendedServiceTest, SharesAreKeptAndRefusalsToldAndCounted)
+{
+    Start({"--extended-sessions-per-source", "1", "--extended-stream-budget", "2", "--metrics",
+           "127.0.0.1:" + std::to_string(kMetricsPort)});
+    const Fd first = BindUdp("127.0.0.1", 0), second = BindUdp("127.0.0.1", 0),
+             forger = BindUdp("127.0.0.1", 0);
+    const std::uint64_t cookie = Handshake(first);
+    ASSERT_TRUE(Ask(first, {Type::Probe, cookie, 0, 1})); // the session opens with its first probe
+
+    // This host holds its one session: a second player here is told at once.
+    const auto busy = Ask(second, {Type::Hello, 0, 0, 4321});
+    ASSERT_TRUE(busy);
+    EXPECT_EQ(busy->type, Type::Busy);
+    EXPECT_EQ(busy->c, 4321u);
+    EXPECT_GT(busy->a, 0u);
+    // A cookie is worth nothing from another port.
+    EXPECT_FALSE(Ask(forger, {Type::Probe, cookie, 1, 1}, extended::kMinMessage, Millis(200)));
+
+    // Bye frees the place there and then.
+    const auto bye = extended::Encode({Type::Bye, cookie});
+    ASSERT_TRUE(SendDatagram(first, kPort, bye.data(), bye.size()));
+    const std::uint64_t next = Handshake(second);
+    ASSERT_TRUE(Ask(second, {Type::Probe, next, 0, 1}));
+
+    // The first download gets data, never a record; a second one finds half
+    // the budget taken and is told busy before the server closes it.
+    const Tcp download = OpenStream(Type::Download, next);
+    const auto data = ReadRecord(download);
+    EXPECT_FALSE(data);
+    const Tcp extra = OpenStream(Type::Download, next);
+    const auto refused = ReadRecord(extra);
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(refused->type, Type::Busy);
+    EXPECT_EQ(refused->b, static_cast<std::uint64_t>(extended::BusyReason::Streams));
+    // A connection that never sends its header is closed, not kept.
+    const Tcp silent = ConnectTcp(kPort);
+    ASSERT_TRUE(silent->IsConnected());
+    EXPECT_TRUE(ReceiveUntilClosed(silent, Millis(5000)));
+
+    const std::string metrics = HttpGet(kMetricsPort, "/metrics");
+    EXPECT_GE(MetricValue(metrics, R"(rig_extended_sessions_refused_total{reason="source"})"), 1.0);
+    EXPECT_GE(MetricValue(metrics, R"(rig_extended_sessions_refused_total{reason="cookie"})"), 1.0);
+    EXPECT_EQ(MetricValue(metrics, R"(rig_extended_streams_refused_total{reason="budget"})"), 1.0);
+    EXPECT_EQ(MetricValue(metrics, R"(rig_extended_streams_refused_total{reason="header"})"), 1.0);
+    EXPECT_EQ(MetricValue(metrics, "rig_extended_sessions_active"), 1.0);
+    EXPECT_EQ(MetricValue(metrics, "rig_extended_streams_active"), 1.0);
+}
+
+TEST_F(ExtendedServiceTest, EchoesKeepToTheGamePaceAndHellosToTheirRate)
+{
+    Start({"--metrics", "127.0.0.1:" + std::to_string(kMetricsPort)});
+    const Fd client = BindUdp("127.0.0.1", 0);
+    const std::uint64_t cookie = Handshake(client);
+    // 200 probes at once: the burst is echoed, the rest is not.
+    for (std::uint32_t seq = 0; seq < 200; ++seq)
+    {
+        const auto probe = extended::Encode({Type::Probe, cookie, seq, seq});
+        ASSERT_TRUE(SendDatagram(client, kPort, probe.data(), probe.size()));
+    }
+    int echoes = 0;
+    while (ReceiveDatagram(client, Millis(300)))
+        ++echoes;
+    EXPECT_GE(echoes, 100);
+    EXPECT_LT(echoes, 150);
+    // Hellos beyond the burst go unanswered.
+    const Fd flooder = BindUdp("127.0.0.1", 0);
+    const auto hello = extended::Encode({Type::Hello, 0, 0, 5});
+    for (int i = 0; i < 100; ++i)
+        ASSERT_TRUE(SendDatagram(flooder, kPort, hello.data(), hello.size()));
+    int welcomes = 0;
+    while (ReceiveDatagram(flooder, Millis(300)))
+        ++welcomes;
+    EXPECT_GE(welcomes, 10);
+    EXPECT_LT(welcomes, 40);
+    const std::string metrics = HttpGet(kMetricsPort, "/metrics");
+    EXPECT_EQ(MetricValue(metrics, R"(rig_extended_echoes_refused_total{reason="session_rate"})"),
+              200.0 - echoes);
+    EXPECT_GE(MetricValue(metrics, R"(rig_extended_hellos_refused_total{reason="source_rate"})"), 60.0);
+}
+} // namespace

@@ -1,5 +1,7 @@
 #include "ServerLimits.h"
 
+#include <algorithm>
+
 ConnectionLimits::ConnectionLimits(std::uint32_t maxConnections, std::uint32_t maxPerSource)
     : m_Max(maxConnections), m_MaxPerSource(maxPerSource)
 {
@@ -61,4 +63,105 @@ void PongAdmission::Decide(const std::uint32_t* pSources, Verdict* pVerdicts, st
         else
             pVerdicts[i] = Verdict::Allowed;
     }
+}
+
+bool TokenBucket::Take(double rate, double burst, SourceRateLimiter::TimePoint now)
+{
+    if (m_Last == SourceRateLimiter::TimePoint{})
+        m_Tokens = burst;
+    else
+    {
+        const double seconds = std::chrono::duration<double>(now - m_Last).count();
+        m_Tokens = std::min(burst, m_Tokens + std::max(0.0, seconds) * rate);
+    }
+    m_Last = now;
+    if (m_Tokens < 1.0)
+        return false;
+    m_Tokens -= 1.0;
+    return true;
+}
+
+ExtendedAdmission::ExtendedAdmission(const ExtendedLimitSettings& settings)
+    : m_Settings(settings), m_Hellos(settings.m_HellosPerSecond, settings.m_HelloBurst),
+      m_Welcomes(settings.m_WelcomeBudget, settings.m_WelcomeBudget, 1)
+{
+}
+
+ExtendedAdmission::Verdict ExtendedAdmission::Counts::Check(std::uint32_t source, std::uint32_t perSourceMax,
+                                                            std::uint32_t totalMax) const
+{
+    if (total >= totalMax)
+        return Verdict::Full;
+    const auto it = perSource.find(source);
+    if (it != perSource.end() && it->second >= perSourceMax)
+        return Verdict::SourceFull;
+    return Verdict::Admitted;
+}
+
+void ExtendedAdmission::Counts::Add(std::uint32_t source)
+{
+    ++perSource[source];
+    ++total;
+}
+
+void ExtendedAdmission::Counts::Remove(std::uint32_t source)
+{
+    const auto it = perSource.find(source);
+    if (it == perSource.end())
+        return;
+    if (--it->second == 0)
+        perSource.erase(it);
+    --total;
+}
+
+ExtendedAdmission::Verdict ExtendedAdmission::Hello(std::uint32_t source, TimePoint now)
+{
+    if (!m_Hellos.Allow(source, now))
+        return Verdict::SourceFull;
+    return m_Welcomes.Allow(0, now) ? Verdict::Admitted : Verdict::Full;
+}
+
+ExtendedAdmission::Verdict ExtendedAdmission::CanOpenSession(std::uint32_t source) const
+{
+    return m_Sessions.Check(source, m_Settings.m_SessionsPerSource, m_Settings.m_MaxSessions);
+}
+
+ExtendedAdmission::Verdict ExtendedAdmission::OpenSession(std::uint32_t source)
+{
+    const Verdict verdict = CanOpenSession(source);
+    if (verdict == Verdict::Admitted)
+        m_Sessions.Add(source);
+    return verdict;
+}
+
+void ExtendedAdmission::CloseSession(std::uint32_t source)
+{
+    m_Sessions.Remove(source);
+}
+
+ExtendedAdmission::Verdict ExtendedAdmission::OpenPending(std::uint32_t source)
+{
+    const Verdict verdict = m_Pending.Check(source, m_Settings.m_PendingPerSource, m_Settings.m_MaxPending);
+    if (verdict == Verdict::Admitted)
+        m_Pending.Add(source);
+    return verdict;
+}
+
+void ExtendedAdmission::ClosePending(std::uint32_t source)
+{
+    m_Pending.Remove(source);
+}
+
+ExtendedAdmission::Verdict ExtendedAdmission::OpenStream(std::uint32_t source, bool bFirst)
+{
+    const std::uint32_t budget = bFirst ? m_Settings.m_StreamBudget : m_Settings.m_StreamBudget / 4;
+    const Verdict verdict = m_Streams.Check(source, m_Settings.m_StreamsPerSource, budget);
+    if (verdict == Verdict::Admitted)
+        m_Streams.Add(source);
+    return verdict;
+}
+
+void ExtendedAdmission::CloseStream(std::uint32_t source)
+{
+    m_Streams.Remove(source);
 }

@@ -1,6 +1,8 @@
 #include "ServerMetrics.h"
 
 #include <cstdio>
+#include <initializer_list>
+#include <utility>
 
 namespace
 {
@@ -98,5 +100,38 @@ std::string ServerMetrics::Render() const
            static_cast<double>(Get(m_Ignored)));
     Single(out, "rig_udp_pongs_dropped_total", "Pongs lost to a full send buffer or queue, or a fault mode.",
            "counter", static_cast<double>(Get(m_Dropped)));
+    RenderExtended(out);
     return out;
+}
+
+void ServerMetrics::RenderExtended(std::string& out) const
+{
+    const auto refused = [&out](const char* name, const char* help,
+                                std::initializer_list<std::pair<const char*, const Counter*>> reasons)
+    {
+        Header(out, name, help, "counter");
+        for (const auto& [reason, pCounter] : reasons)
+            Sample(out, name, (std::string("{reason=\"") + reason + "\"}").c_str(),
+                   static_cast<double>(Get(*pCounter)));
+    };
+    refused("rig_extended_hellos_refused_total", "Extended handshakes left unanswered, by reason.",
+            {{"source_rate", &m_ExtHellosRefusedSource}, {"global_rate", &m_ExtHellosRefusedGlobal}});
+    Single(out, "rig_extended_sessions_opened_total", "Extended sessions opened by a valid first probe.",
+           "counter", static_cast<double>(Get(m_ExtSessionsOpened)));
+    refused("rig_extended_sessions_refused_total", "Extended sessions not opened, by reason.",
+            {{"source", &m_ExtSessionsRefusedSource},
+             {"full", &m_ExtSessionsRefusedFull},
+             {"cookie", &m_ExtSessionsRefusedCookie}});
+    refused("rig_extended_echoes_refused_total", "Probes not echoed, by reason.",
+            {{"session_rate", &m_ExtEchoesRefusedRate}});
+    refused("rig_extended_streams_refused_total", "Extended TCP streams closed at once, by reason.",
+            {{"source", &m_ExtStreamsRefusedSource},
+             {"budget", &m_ExtStreamsRefusedBudget},
+             {"pending", &m_ExtStreamsRefusedPending},
+             {"header", &m_ExtStreamsRefusedHeader},
+             {"session", &m_ExtStreamsRefusedSession}});
+    Single(out, "rig_extended_sessions_active", "Extended sessions open now.", "gauge",
+           static_cast<double>(m_ExtSessionsActive.load(std::memory_order_relaxed)));
+    Single(out, "rig_extended_streams_active", "Extended TCP streams measuring now.", "gauge",
+           static_cast<double>(m_ExtStreamsActive.load(std::memory_order_relaxed)));
 }

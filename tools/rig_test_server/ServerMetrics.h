@@ -50,6 +50,25 @@ public:
     Counter m_Ignored{0};
     Counter m_Dropped{0};
 
+    // The extended exchange: what its limits refused, by reason.
+    Counter m_ExtHellosRefusedSource{0};
+    Counter m_ExtHellosRefusedGlobal{0};
+    Counter m_ExtSessionsOpened{0};
+    Counter m_ExtSessionsRefusedSource{0};
+    Counter m_ExtSessionsRefusedFull{0};
+    Counter m_ExtSessionsRefusedCookie{0};
+    Counter m_ExtEchoesRefusedRate{0};
+    Counter m_ExtStreamsRefusedSource{0};
+    Counter m_ExtStreamsRefusedBudget{0};
+    Counter m_ExtStreamsRefusedPending{0};
+    Counter m_ExtStreamsRefusedHeader{0};
+    Counter m_ExtStreamsRefusedSession{0};
+    std::atomic<std::int64_t> m_ExtSessionsActive{0};
+    std::atomic<std::int64_t> m_ExtStreamsActive{0};
+
     /// Prometheus text exposition format (version 0.0.4).
     std::string Render() const;
+
+private:
+    void RenderExtended(std::string& out) const;
 };

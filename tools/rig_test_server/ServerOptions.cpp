@@ -102,6 +102,36 @@ int ParseServerOptions(int argc, const char* const* argv, ServerOptions& o)
     app.add_option("--pong-budget", o.m_PongBudget, "pongs per second to all sources together (0: no limit)")
         ->capture_default_str()
         ->check(CLI::Range(0.0, 1e9));
+    auto* extended = "Extended exchange limits";
+    app.add_option(
+           "--cookie-key-file", o.m_CookieKeyFile,
+           "64 hex digits: the cookie key, shared by instances behind one address (re-read every 30 s)")
+        ->group(extended)
+        ->check(CLI::ExistingFile);
+    app.add_option("--extended-hello-rate", o.m_Extended.m_HellosPerSecond,
+                   "handshakes per second one source address gets answered")
+        ->group(extended)
+        ->capture_default_str()
+        ->check(CLI::Range(1.0, 1e6));
+    app.add_option("--extended-sessions-per-source", o.m_Extended.m_SessionsPerSource,
+                   "extended sessions one source address may hold")
+        ->group(extended)
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 100000u));
+    app.add_option("--extended-max-sessions", o.m_Extended.m_MaxSessions, "extended sessions in all")
+        ->group(extended)
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 1000000u));
+    app.add_option("--extended-streams-per-source", o.m_Extended.m_StreamsPerSource,
+                   "throughput streams one source address may hold")
+        ->group(extended)
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 100000u));
+    app.add_option("--extended-stream-budget", o.m_Extended.m_StreamBudget,
+                   "throughput streams in all; beyond a quarter of it, only a player's first stream each way")
+        ->group(extended)
+        ->capture_default_str()
+        ->check(CLI::Range(2u, 100000u));
     app.add_option("--metrics", o.m_Metrics, "serve Prometheus metrics over HTTP on ADDRESS:PORT");
     std::string logFormat = "text";
     app.add_option("--log-format", logFormat, "one line per finished test as text or as a JSON object")

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "ServerLimits.h"
+
 struct ServerOptions
 {
     std::string m_Address = "127.0.0.1";
@@ -25,6 +27,9 @@ struct ServerOptions
     double m_RateLimit = 50.0; // pongs per second per source address; 0 = unlimited
     double m_RateBurst = 50.0;
     double m_PongBudget = 100000.0; // pongs per second to all sources together; 0 = unlimited
+
+    ExtendedLimitSettings m_Extended;
+    std::string m_CookieKeyFile; // shared by the instances behind one address; empty = a random key
 
     std::string m_Metrics; // ADDRESS:PORT of the Prometheus endpoint; empty = none
     bool m_bJsonLog = false;

@@ -132,7 +132,7 @@ int Run(ServerOptions& options)
 
     // The extended exchange is optional: a port already taken leaves the
     // speed and echo tests served. Its traffic is light, so it shares the control loop.
-    ExtendedService extendedService(control, options);
+    ExtendedService extendedService(control, options, metrics);
     bool bExtended = false;
     if (options.m_ExtendedPort != 0)
     {
