@@ -13,7 +13,7 @@ if [ "${RIG_EXTENDED_REFUSED_INSIDE:-}" != 1 ]; then
     RIG_EXTENDED_REFUSED_INSIDE=1 exec unshare --net --mount "$0" "$@"
 fi
 
-. "$(dirname "$0")/../wine/wine_private_server.sh"
+. "$(dirname "$0")/wine_private_server.sh"
 export WINEPREFIX=$prefix WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
 work=$(mktemp -d)
 server=
