@@ -203,6 +203,14 @@ const std::vector<AdviceRule> kAdviceRules = {
      "The only graphics{gpu} is built into the processor and has no memory of its own; the game needs a "
      "graphics card with {min_video_memory_mb} MB.",
      VideoEvidence},
+    {"gpu_not_found", Severity::Problem,
+     [](const Findings& f) { return f.systemRan && !f.videoProbeOk && !f.gpu && HasCode(f, "video_no_gpu_device"); },
+     "No graphics card was found. If this PC has one, install its driver from the card's maker; the game needs a "
+     "card with at least {min_video_memory_mb} MB of video memory.",
+     [](const Findings& f) -> E {
+         return {Figure("min_video_memory_mb", static_cast<std::int64_t>(f.minVideoMb)),
+                 Figure("video_no_gpu_device", true)};
+     }},
     {"gpu_below_minimum", Severity::Problem,
      [](const Findings& f) { return f.systemRan && f.videoProbeOk && !f.videoPassed && !IntegratedOnly(f); },
      "The graphics card{gpu} has {video_memory_mb} MB of video memory; the game needs {min_video_memory_mb} MB.",

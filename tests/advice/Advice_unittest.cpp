@@ -170,6 +170,16 @@ const std::vector<Row> kRows = {
      },
      {"gpu_below_minimum"},
      {"(GeForce GTX 1080) has 8 MB", "needs 15 MB"}},
+    {"no graphics card at all",
+     [](Findings& f)
+     {
+         f.gpu.reset();
+         f.videoProbeOk = false;
+         f.videoPassed = false;
+         f.diagnosticCodes = {"video_no_gpu_device"};
+     },
+     {"gpu_not_found"},
+     {"No graphics card was found", "at least 15 MB"}},
     {"driver without a version",
      [](Findings& f) { f.gpu->driverVersion.clear(); },
      {"gpu_driver_unknown"},
