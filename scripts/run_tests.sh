@@ -17,6 +17,9 @@ if [[ " ${presets[*]} " == *" windows "* && " ${presets[*]} " != *" dev "* ]]; t
     cmake --preset dev >/dev/null
     cmake --build --preset dev --target rig_inspector_cli rig_test_server
 fi
+# The runs the tests make are history too: keep it in the build tree, never in
+# the user's own folder (each test may name a folder of its own).
+export RIG_INSPECTOR_STATE_DIR="$PWD/build/test-state"
 for preset in "${presets[@]}"; do
     echo "== ${preset}: configure and build"
     cmake --preset "$preset" >/dev/null
