@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "ConnectionProbe_posix.h"
+#include "PathVerdict.h"
 
 namespace
 {
@@ -141,14 +142,6 @@ std::optional<unsigned> RouteInterfaceIndex(in_addr dst)
     return index;
 }
 
-/// Dotted IPv4 only: hosts are never looked up by name.
-std::optional<in_addr> ParseIPv4(const std::string& host)
-{
-    in_addr address{};
-    if (::inet_pton(AF_INET, host.c_str(), &address) != 1)
-        return std::nullopt;
-    return address;
-}
 } // namespace
 
 ConnectionInfo DescribeInterface(const std::string& sysNetRoot, const std::string& wirelessFile,
@@ -190,9 +183,13 @@ ConnectionInfo DescribeInterface(const std::string& sysNetRoot, const std::strin
 
 std::optional<ConnectionInfo> ProbeConnection(const std::string& host)
 {
-    const std::optional<in_addr> address = ParseIPv4(host);
-    if (!address)
+    // Dotted IPv4 only: hosts are never looked up by name.
+    const std::optional<std::uint32_t> parsed = ParseIPv4(host);
+    if (!parsed)
         return std::nullopt;
+    in_addr dotted{};
+    dotted.s_addr = htonl(*parsed);
+    const std::optional<in_addr> address = dotted;
     const std::optional<unsigned> index = RouteInterfaceIndex(*address);
     char name[IF_NAMESIZE] = {};
     if (!index || ::if_indextoname(*index, name) == nullptr)

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Connection.h"
+#include "PathVerdict.h"
 #include "share/common/StringUtil.h"
 
 namespace
@@ -100,21 +101,17 @@ std::optional<int> QueryWifiSignal(const char* adapterGuid)
     return signal;
 }
 
-/// Dotted IPv4 only: hosts are never looked up by name.
-std::optional<in_addr> ParseIPv4(const std::string& host)
-{
-    in_addr address{};
-    if (::inet_pton(AF_INET, host.c_str(), &address) != 1)
-        return std::nullopt;
-    return address;
-}
 } // namespace
 
 std::optional<ConnectionInfo> ProbeConnection(const std::string& host)
 {
-    const std::optional<in_addr> address = ParseIPv4(host);
-    if (!address)
+    // Dotted IPv4 only: hosts are never looked up by name.
+    const std::optional<std::uint32_t> parsed = ParseIPv4(host);
+    if (!parsed)
         return std::nullopt;
+    in_addr dotted{};
+    dotted.s_addr = htonl(*parsed);
+    const std::optional<in_addr> address = dotted;
     sockaddr_in destination{};
     destination.sin_family = AF_INET;
     destination.sin_addr = *address;
