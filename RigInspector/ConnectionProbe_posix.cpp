@@ -119,8 +119,13 @@ std::optional<unsigned> RouteInterfaceIndex(in_addr dst)
         alignas(nlmsghdr) char answer[8192];
         const ssize_t got = ::recv(fd, answer, sizeof answer, 0);
         int left = got > 0 ? static_cast<int>(got) : 0;
-        for (auto* h = reinterpret_cast<nlmsghdr*>(answer); NLMSG_OK(h, left) && !index;
-             h = NLMSG_NEXT(h, left))
+        // NLMSG_OK, spelled without its mixed-sign comparison.
+        const auto fits = [](const nlmsghdr* h, int left)
+        {
+            return left >= static_cast<int>(sizeof(nlmsghdr)) && h->nlmsg_len >= sizeof(nlmsghdr) &&
+                   h->nlmsg_len <= static_cast<unsigned>(left);
+        };
+        for (auto* h = reinterpret_cast<nlmsghdr*>(answer); fits(h, left) && !index; h = NLMSG_NEXT(h, left))
         {
             if (h->nlmsg_type != RTM_NEWROUTE)
                 continue; // NLMSG_ERROR: no route
