@@ -144,10 +144,14 @@ tstring ValueFrom(const tstring& text, std::size_t nSeed)
         value.push_back(c == u'\r' || c == u'\n' || IsSurrogate(c) ? u'?' : c);
     }
     value = Trimmed(value);
-    if (value.size() >= 2 && (value.front() == u'"' || value.front() == u'\'') &&
-        value.back() == value.front())
+    // Dropping one closing quote can leave another one, or a blank, at the end.
+    while (value.size() >= 2 && (value.front() == u'"' || value.front() == u'\'') &&
+           value.back() == value.front())
+    {
         value.pop_back();
-    return Trimmed(value);
+        value = Trimmed(value);
+    }
+    return value;
 }
 } // namespace
 
