@@ -44,8 +44,8 @@ endfunction()
 # in the home folder. (Wine's own prefix, in the build tree, holds the Windows
 # runs' per-user folders.)
 function(rig_keep_state_in_build name)
-    if(NOT WIN32)
-        set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT_MODIFICATION
-            "RIG_INSPECTOR_STATE_DIR=set:${CMAKE_CURRENT_BINARY_DIR}/state/${name}")
-    endif()
+    # Under Wine the path reaches the Windows program as it is; Wine reads a
+    # path from the root on the drive of the working folder, which maps /.
+    set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT_MODIFICATION
+        "RIG_INSPECTOR_STATE_DIR=set:${CMAKE_CURRENT_BINARY_DIR}/state/${name}")
 endfunction()

@@ -15,7 +15,7 @@ presets=("$@")
 if [[ " ${presets[*]} " == *" windows "* && " ${presets[*]} " != *" dev "* ]]; then
     echo "== dev (for windows): configure and build"
     cmake --preset dev >/dev/null
-    cmake --build --preset dev --target rig_inspector_cli rig_test_server
+    cmake --build --preset dev --target rig_inspector_cli rig_test_server jumbo_echo_server bench_extended_attack
 fi
 # The runs the tests make are history too: keep it in the build tree, never in
 # the user's own folder (each test may name a folder of its own).

@@ -68,7 +68,16 @@ mask() {
 udp_block() { sed -n '/^Checking UDP(/,/^$/p' "$1"; }
 without_udp() { sed '/^Checking UDP(/,/^$/c\[UDP echo block]' "$1"; }
 firewall_lines() { grep -E "Firewall|firewall" "$1" || true; }
-report_lines() { without_udp "$1" | grep -vE "Firewall|firewall" | mask; }
+# The advice follows each machine's findings (no GPU on one side, say), as
+# the diagnostics do: it is left out of both comparisons.
+without_advice() {
+    awk '/^Advice$/ { skip = 1; blank = 0; next }
+         skip { if ($0 == "") skip = 0; next }
+         $0 == "" { blank++; next }
+         { for (; blank > 0; blank--) print ""; print }
+         END { for (; blank > 0; blank--) print "" }'
+}
+report_lines() { without_udp "$1" | without_advice | grep -vE "Firewall|firewall" | mask; }
 
 failed=0
 if ! diff -u <(report_lines "$work/linux.out") <(report_lines "$work/windows.out"); then
@@ -86,7 +95,7 @@ for side in linux windows; do
 done
 # The JSON has the same fields on both (its values are the measurements; the
 # diagnostics list holds what each machine found, e.g. no GPU on one side).
-json_fields() { jq -r 'del(.diagnostics[]) | paths | map(tostring) | join(".")' "$1"; }
+json_fields() { jq -r 'del(.diagnostics[]) | del(.advice[]) | paths | map(tostring) | join(".")' "$1"; }
 if ! diff <(json_fields "$work/linux/patcher/result.json") <(json_fields "$work/windows/patcher/result.json"); then
     echo "cli_compare: the JSON fields differ"
     failed=1
