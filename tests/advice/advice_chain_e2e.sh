@@ -1,6 +1,6 @@
 #!/bin/sh
 # rig_inspector_cli --extended across a namespace chain: client - home router
-# - provider's router - server, with nftables losing 20 % of what the
+# - provider's router - server, with nftables losing 40 % of what the
 # provider's router forwards to the server. Unsolicited datagrams still reach
 # the game port, so the advice must say the loss is no port-forwarding matter;
 # where the path report is in the JSON, it must place the loss beyond the home
@@ -46,7 +46,7 @@ ip netns exec $P nft -f - <<'NFT'
 table inet rigloss {
     chain forward {
         type filter hook forward priority 0; policy accept;
-        oifname "p1" meta l4proto != tcp numgen random mod 100 < 20 drop
+        oifname "p1" meta l4proto != tcp numgen random mod 100 < 40 drop
     }
 }
 NFT
@@ -90,8 +90,10 @@ for a in j["advice"]:
     print(a["severity"], a["code"], "-", a["text"])
 c = j["connection"]
 assert c["interface"] == "c0" and c["type"] == "ethernet" and c["link_mbps"] == 10000, c
-# The echo test's 10 pings may all pass; the extended step's 450 cannot.
-assert j["extended"]["udp"]["loss_up_percent"] > 5, j["extended"]["udp"]
+# The echo test's 10 pings may all pass; the extended step's 450 cannot. Its
+# loss figure is null when the server's count itself was lost on the way.
+up = j["extended"]["udp"]["loss_up_percent"]
+assert up is None or up > 5, j["extended"]["udp"]
 a = advice.get("udp_loss_not_port_forwarding")
 assert a is not None, list(advice)
 assert "port forwarding will not help" in a["text"], a["text"]
