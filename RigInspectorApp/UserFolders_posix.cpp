@@ -16,7 +16,7 @@ std::filesystem::path StateFolder()
 {
     if (auto overridden = FromEnvironment("RIG_INSPECTOR_STATE_DIR"); !overridden.empty())
         return overridden;
-    // The base directory specification ignores a relative XDG_STATE_HOME.
+    // A relative XDG_STATE_HOME is ignored, as the XDG base directory rules have it.
     if (auto state = FromEnvironment("XDG_STATE_HOME"); state.is_absolute())
         return state / "rig-inspector";
     if (auto home = FromEnvironment("HOME"); !home.empty())
