@@ -49,6 +49,40 @@ std::uint32_t Lost(const PathHop& hop)
     return hop.sent > hop.answered ? hop.sent - hop.answered : 0;
 }
 
+/// log P(a hop loses lost of sent answers at rate q), less the binomial
+/// coefficient, which is the same for every start compared.
+double LogLikelihood(const PathHop& hop, double q)
+{
+    return Lost(hop) * std::log(q) + (hop.sent - Lost(hop)) * std::log(1.0 - q);
+}
+
+/// Where loss begins: of the hops that lost answers (and do not merely limit
+/// their own), the one that best explains every counted hop, those before it
+/// losing at the background rate and those from it on at the end-to-end rate.
+/// A hop that lost an answer by chance before a later hop that lost none is not
+/// blamed, and a quiet hop after the start does not move it. Ties go earliest.
+const PathHop* LikeliestStart(const std::vector<PathHop>& hops, double endToEnd)
+{
+    const double q = std::clamp(endToEnd, 2 * kCarriedFloor, 1.0 - kCarriedFloor);
+    const PathHop* best = nullptr;
+    double bestLog = 0.0;
+    for (const PathHop& start : hops)
+    {
+        if (start.answered == 0 || start.rateLimited || Lost(start) == 0)
+            continue;
+        double log = 0.0;
+        for (const PathHop& hop : hops)
+            if (hop.answered > 0 && !hop.rateLimited)
+                log += LogLikelihood(hop, hop.ttl < start.ttl ? kCarriedFloor : q);
+        if (!best || log > bestLog)
+        {
+            best = &start;
+            bestLog = log;
+        }
+    }
+    return best;
+}
+
 std::string Format(const char* format, int ttl, const std::string& address)
 {
     char text[400];
@@ -150,10 +184,9 @@ void JudgePath(PathReport& r, std::optional<double> endToEndLossPercent)
                             : "No packets are lost on the way to the test server.";
         return;
     }
-    for (const auto& hop : hops)
+    if (const PathHop* start = LikeliestStart(hops, *endToEnd / 100.0))
     {
-        if (hop.answered == 0 || hop.rateLimited || Lost(hop) == 0)
-            continue;
+        const PathHop& hop = *start;
         r.lossStartsAtHop = hop.ttl;
         r.lossStartsInHome = hop.homeNetwork;
         const std::string address = hop.address.value_or("no address");

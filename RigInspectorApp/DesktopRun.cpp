@@ -26,10 +26,21 @@ nlohmann::ordered_json DesktopRunDocument(std::time_t finished)
     return document;
 }
 
+bool WorthRecording(bool checksFinished, const std::vector<Diagnostic>& diagnostics)
+{
+    if (checksFinished)
+        return true;
+    // A run left early is no result to compare with, but the options it could
+    // not write are lost in silence unless the next run can say so.
+    for (const Diagnostic& d : diagnostics)
+        if (d.code == "options_write_failed")
+            return true;
+    return false;
+}
+
 void RecordDesktopRun()
 {
-    // A run left before its last check is not a result to compare with.
-    if (!g_inspector.m_Results.ports.ran)
+    if (!WorthRecording(g_inspector.m_Results.ports.ran, GetDiagnostics().List()))
         return;
     RecordRun(DesktopRunDocument(std::time(nullptr)), StateFolder());
 }

@@ -5,16 +5,23 @@
 #include <ctime>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "RigInspector/Diagnostics.h"
 #include "RigInspector/ExtendedResult.h"
 #include "UiToolkit.h"
 
 /// The run so far as its results document (tool "rig_inspector").
 nlohmann::ordered_json DesktopRunDocument(std::time_t finished);
 
-/// Adds the run to the history once its check sequence has finished; called
+/// Whether a run belongs in the history: one whose checks finished, or one
+/// left early that could not write the game's options.
+bool WorthRecording(bool checksFinished, const std::vector<Diagnostic>& diagnostics);
+
+/// Adds the run to the history once its check sequence has finished (or, as
+/// above, when the options could not be written); called
 /// when the dialogs are gone, so a failure to write the game's options is in it.
 void RecordDesktopRun();
 

@@ -269,6 +269,19 @@ TEST(RunRecord, TheLastKeptRunsDiagnosticsBecomeTheNextRunsDetails)
     EXPECT_FALSE(PreviousRunSection({}));
 }
 
+// A player who pressed Next before the checks ended and whose Accept could not
+// write still gets told next time; an early exit with nothing to say is not kept.
+TEST(RunRecord, AnEarlyExitIsKeptOnlyWhenTheOptionsCouldNotBeWritten)
+{
+    const std::vector<Diagnostic> failed{{"pong_port_held", u"held"},
+                                         {"options_write_failed", u"not written"}};
+    const std::vector<Diagnostic> other{{"pong_port_held", u"held"}};
+    EXPECT_TRUE(WorthRecording(true, {}));
+    EXPECT_TRUE(WorthRecording(false, failed));
+    EXPECT_FALSE(WorthRecording(false, other));
+    EXPECT_FALSE(WorthRecording(false, {}));
+}
+
 /// text has pattern's shape: '#' any digit, '~' a sign, anything else itself.
 bool HasShape(const std::string& text, const std::string& pattern)
 {
