@@ -37,6 +37,7 @@ void Warn(const char* code, const std::string& message)
 // Where the schedule stands: round 0 walks the TTLs until the server answers,
 // later rounds probe every hop up to it once, spread over the round.
 constexpr std::chrono::milliseconds kPathExtraMs{2000}, kPathLimitMs{14000};
+constexpr std::chrono::milliseconds kRefusedRetry{10};
 
 struct Cursor
 {
@@ -94,11 +95,21 @@ PathReport PathTracer::Trace(const std::string& host, Clock::time_point deadline
             else if (at <= now)
             {
                 const auto seq = static_cast<std::uint16_t>(sent.size());
-                sent.push_back({cursor.ttl, Clock::now()});
-                lastSent = sent.back().at;
-                m_Probe->Send(cursor.ttl, seq);
-                ++cursor.ttl;
-                continue;
+                const Clock::time_point at = Clock::now();
+                if (m_Probe->Send(cursor.ttl, seq))
+                {
+                    sent.push_back({cursor.ttl, at});
+                    lastSent = at;
+                    ++cursor.ttl;
+                    continue;
+                }
+                // Refused (the system's queue of pending probes is full, as
+                // when rounds fall due together): never sent, so no loss. The
+                // same hop goes again once answers or time-outs make room.
+                if (at - lastSent > 2 * s.wait)
+                    bSending = false;
+                else
+                    until = std::min(deadline, at + kRefusedRetry);
             }
             else
                 until = at;
