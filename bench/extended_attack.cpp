@@ -8,6 +8,8 @@
 //   sessions N [SECS] N Hello+Probe pairs from one host, as fast as it can;
 //                     again and again for SECS
 //   hellos RATE SECS  a Hello flood from one host
+//   echoes RATE SECS  one session's probes at RATE a second: echoes= must stay
+//                     near the session's pace, whatever the rate
 //   silent N SECS     N TCP connections to the extended port that never
 //                     send a byte, each made again when the server closes it
 //   --when-session M  start once the server (metrics on 127.0.0.1:M) has
@@ -241,6 +243,46 @@ int Hellos(double rate, double seconds)
     return 0;
 }
 
+// One session of the attacker's that sends probes at rate a second, far past
+// the protocol's pace: how many echoes came back, and how fast.
+int Echoes(double rate, double seconds)
+{
+    const int fd = Udp(kAttacker);
+    std::optional<Message> welcome;
+    for (int tries = 0; tries < 20 && !welcome; ++tries)
+    {
+        Send(fd, {Type::Hello, 0, 0, 9});
+        welcome = Receive(fd, 50);
+        if (welcome && welcome->type != Type::Welcome)
+            welcome.reset();
+    }
+    if (!welcome)
+    {
+        ::close(fd);
+        std::printf("probes=0 echoes=0 echoes_per_s=0 welcome=0\n");
+        return 1;
+    }
+    const auto start = Clock::now();
+    const auto end = start + std::chrono::duration<double>(seconds);
+    std::uint64_t sent = 0, echoes = 0;
+    while (Clock::now() < end)
+    {
+        const auto due = start + std::chrono::duration<double>(static_cast<double>(sent) / rate);
+        std::this_thread::sleep_until(due); // pacing the flood, not waiting for an event
+        Send(fd, {Type::Probe, welcome->cookie, static_cast<std::uint32_t>(sent), 0});
+        ++sent;
+        while (const auto reply = Receive(fd, 0))
+            echoes += reply->type == Type::Echo;
+    }
+    while (const auto reply = Receive(fd, 100)) // the last echoes on their way
+        echoes += reply->type == Type::Echo;
+    ::close(fd);
+    std::printf("probes=%llu echoes=%llu echoes_per_s=%.0f welcome=1\n",
+                static_cast<unsigned long long>(sent), static_cast<unsigned long long>(echoes),
+                static_cast<double>(echoes) / seconds);
+    return 0;
+}
+
 int Connect()
 {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -462,6 +504,8 @@ int main(int argc, char** argv)
         return Sessions(static_cast<int>(std::min(number(1, 1024), 20000.0)), std::min(number(2, 0), 60.0));
     if (mode == "hellos")
         return Hellos(std::min(number(1, 2300), 100000.0), std::min(number(2, 10), 60.0));
+    if (mode == "echoes")
+        return Echoes(std::min(number(1, 20000), 100000.0), std::min(number(2, 10), 60.0));
     if (mode == "silent")
         return Silent(static_cast<int>(std::min(number(1, 64), 1000.0)), std::min(number(2, 10), 60.0));
     if (mode == "serve")
@@ -469,6 +513,6 @@ int main(int argc, char** argv)
     if (mode == "crowd")
         return Crowd(static_cast<int>(std::min(number(1, 20), 250.0)));
     std::fprintf(stderr,
-                 "usage: bench_extended_attack [--port P] predict|sessions|hellos|silent|crowd ...\n");
+                 "usage: bench_extended_attack [--port P] predict|sessions|hellos|echoes|silent|crowd ...\n");
     return 2;
 }

@@ -42,7 +42,7 @@ run() {
     name=$1 truth=$2 start=$3
     shift 3
     SCENARIO=$name "$SRC/tests/netns_chain.sh" "$@" -- "$WORK/inside.sh"
-    python3 - "$WORK/$name" "$name" "$truth" "$start" <<'PY'
+    /usr/bin/python3 - "$WORK/$name" "$name" "$truth" "$start" <<'PY'
 import json, re, sys
 d, name, truth, start = sys.argv[1:]
 try:

@@ -15,7 +15,7 @@ PACKAGES=(
     # fuzzing and benchmarks
     clang libclang-rt-14-dev iperf3 jq procps
     # the report bundle's tests: the results schema and a real browser, offline
-    python3-jsonschema chromium
+    python3 python3-jsonschema chromium
     # the path report's namespace chains (faults) and its benchmark's anchor
     nftables mtr-tiny
     # the Windows build: cross compilers, Wine for its tests, the installer,

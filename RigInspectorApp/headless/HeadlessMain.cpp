@@ -80,7 +80,8 @@ bool ColourWanted(int fd, bool bNoColour)
 int main(int argc, char** argv)
 {
     CLI::App app{
-        "Rig Inspector v1.1: checks this PC and its network against Dunmore Nine's requirements.\n"
+        "Rig Inspector v" RIG_VERSION_SHORT
+        ": checks this PC and its network against Dunmore Nine's requirements.\n"
         "Reads ./rig_inspector.ini, prints the report as it is written, and exits with 0 when every\n"
         "check passed, 1 when any did not, 2 on a usage error, 3 when --report/--json/--bundle could not\n"
         "be written, 4 when --accept could not write ../game/option.ini (whatever else failed).\n"

@@ -79,7 +79,7 @@ if [ "$status" -gt 1 ] || [ ! -f "$WORK/root/patcher/result.json" ]; then
     exit 1
 fi
 
-python3 - "$WORK/root/patcher/result.json" <<'PY'
+/usr/bin/python3 - "$WORK/root/patcher/result.json" <<'PY'
 import json, sys
 j = json.load(open(sys.argv[1], encoding="utf-8"))
 advice = {a["code"]: a for a in j["advice"]}

@@ -17,7 +17,7 @@ if [ "$status" -gt 1 ]; then
     cat "$WORK/err" >&2
     exit 1
 fi
-python3 - result.json <<'PY'
+/usr/bin/python3 - result.json <<'PY'
 import json, sys
 j = json.load(open(sys.argv[1], encoding="utf-8"))
 c, g = j["connection"], j["gpu"]

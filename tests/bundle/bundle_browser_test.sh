@@ -50,7 +50,7 @@ timeout -k 5 120 "$CLI" --quiet --extended --json "$WORK/results.json" --bundle 
 [ "$status" -le 1 ] || fail "second run: exit status $status: $(cat "$WORK/cli.err")"
 [ "$(wc -l <"$RIG_INSPECTOR_STATE_DIR/history.jsonl")" -eq 2 ] || fail "the history does not hold both runs"
 
-python3 "$HERE/validate_results.py" "$SCHEMA" "$WORK/results.json" "$WORK/bundle.html"
+/usr/bin/python3 "$HERE/validate_results.py" "$SCHEMA" "$WORK/results.json" "$WORK/bundle.html"
 
 browse() { # browse <netlog> <extra args...>
     log=$1
@@ -64,7 +64,7 @@ browse() { # browse <netlog> <extra args...>
 printf '<!DOCTYPE html><html><body><p>control</p><img src="http://198.18.0.1/outside.png"></body></html>' \
     >"$WORK/control.html"
 browse "$WORK/control.netlog" --dump-dom "file://$WORK/control.html" >/dev/null
-python3 "$HERE/page_requests.py" "$WORK/control.netlog" >"$WORK/control.requests" &&
+/usr/bin/python3 "$HERE/page_requests.py" "$WORK/control.netlog" >"$WORK/control.requests" &&
     fail "the request check missed the control page's outside image"
 grep -q '198.18.0.1/outside.png' "$WORK/control.requests" || fail "the control's request was not named"
 
@@ -73,7 +73,7 @@ for text in "Rig Inspector report" "Checking OS..." "Checking UDP port" "Latency
     "Ping, loss and speed over past runs" "Machine-readable results"; do
     grep -qF "$text" "$WORK/dom.html" || fail "the rendered page lacks \"$text\""
 done
-if ! python3 "$HERE/page_requests.py" "$WORK/bundle.netlog" >"$WORK/bundle.requests"; then
+if ! /usr/bin/python3 "$HERE/page_requests.py" "$WORK/bundle.netlog" >"$WORK/bundle.requests"; then
     fail "the bundle requested: $(cat "$WORK/bundle.requests")"
 fi
 

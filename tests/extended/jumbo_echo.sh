@@ -63,7 +63,7 @@ fail() {
     exit 1
 }
 grep -q "Extended network test" "$work/out" || fail "no extended summary"
-python3 - "$work/patcher/result.json" "$status" <<'PY' || fail "JSON or exit status wrong"
+/usr/bin/python3 - "$work/patcher/result.json" "$status" <<'PY' || fail "JSON or exit status wrong"
 import json, sys
 result = json.load(open(sys.argv[1]))
 status = int(sys.argv[2])

@@ -38,7 +38,7 @@ if [ ! -s result.json ]; then
     exit 1
 fi
 
-python3 - "$PATH_TEST_SCENARIO" "$PATH_TEST_RUN" "$PATH_TEST_START" "$PATH_TEST_SILENT" "$CHAIN_HOPS" <<'PY'
+/usr/bin/python3 - "$PATH_TEST_SCENARIO" "$PATH_TEST_RUN" "$PATH_TEST_START" "$PATH_TEST_SILENT" "$CHAIN_HOPS" <<'PY'
 import json, sys
 scenario, run, start, silent, hops = sys.argv[1:]
 x = json.load(open("result.json"))["extended"]

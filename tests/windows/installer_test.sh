@@ -7,6 +7,7 @@
 # usage: installer_test.sh <wine_run.sh> <prefix> <package.cmake> <installer.nsi>
 #                          <strip> <makensis> <rig_inspector.exe> [<rig_inspector_cli.exe>]
 set -eu
+RIG_VERSION=${RIG_VERSION:?the build sets it from its project version}
 WINE_RUN=$1 PREFIX=$2 SCRIPT=$3 NSI=$4 STRIP=$5 MAKENSIS=$6 INSPECTOR=$7 CLI=${8:-}
 WORK=$(mktemp -d)
 trap 'rm -rf "$WORK"' EXIT
@@ -14,17 +15,17 @@ wine() { "$WINE_RUN" "$PREFIX" "$@"; }
 
 openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj "/CN=Rig Inspector test signing" \
     -keyout "$WORK/key.pem" -out "$WORK/cert.pem" 2>/dev/null
-cmake -DINSPECTOR="$INSPECTOR" ${CLI:+-DCLI="$CLI"} -DOUT_DIR="$WORK/out" -DVERSION=1.1.0 -DNSI="$NSI" \
+cmake -DINSPECTOR="$INSPECTOR" ${CLI:+-DCLI="$CLI"} -DOUT_DIR="$WORK/out" -DVERSION="$RIG_VERSION" -DNSI="$NSI" \
     -DSTRIP="$STRIP" -DMAKENSIS="$MAKENSIS" -DSIGN_CERT="$WORK/cert.pem" -DSIGN_KEY="$WORK/key.pem" \
     -P "$SCRIPT" >/dev/null
-SETUP=$WORK/out/RigInspector-1.1.0-setup.exe
+SETUP=$WORK/out/RigInspector-$RIG_VERSION-setup.exe
 for f in "$SETUP" "$WORK/out/stage/patcher/"*.exe; do
     osslsigncode verify -CAfile "$WORK/cert.pem" -in "$f" >"$WORK/verify.log" 2>&1 ||
         { echo "signature of $f does not verify"; cat "$WORK/verify.log"; exit 1; }
 done
 # The zip holds the same (signed) files as the installer.
 mkdir "$WORK/unzip"
-(cd "$WORK/unzip" && unzip -q "$WORK/out/RigInspector-1.1.0-win64.zip")
+(cd "$WORK/unzip" && unzip -q "$WORK/out/RigInspector-$RIG_VERSION-win64.zip")
 for f in "$WORK/out/stage/patcher/"*.exe; do
     cmp -s "$f" "$WORK/unzip/patcher/$(basename "$f")" || { echo "zip differs at $(basename "$f")"; exit 1; }
 done
