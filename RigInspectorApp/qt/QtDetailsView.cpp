@@ -3,6 +3,7 @@
 #include <QDesktopServices>
 #include <QDialog>
 #include <QFileDialog>
+#include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QMessageBox>
 #include <QPlainTextEdit>
@@ -98,6 +99,8 @@ void QtDetailsView::OpenWindow()
         m_pWindow->setWindowTitle(QStringLiteral("Rig Inspector Details"));
         m_pTextEdit = new QPlainTextEdit(m_pWindow);
         m_pTextEdit->setReadOnly(true);
+        // The path table is laid out in columns.
+        m_pTextEdit->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
         m_pSave = new QPushButton(QStringLiteral("Save report…"), m_pWindow);
         m_pOpen = new QPushButton(QStringLiteral("Open in browser"), m_pWindow);
         const auto act = [this](bool bSave)
@@ -115,7 +118,7 @@ void QtDetailsView::OpenWindow()
         auto* pLayout = new QVBoxLayout(m_pWindow);
         pLayout->addWidget(m_pTextEdit);
         pLayout->addLayout(pButtons);
-        m_pWindow->resize(520, 280);
+        m_pWindow->resize(680, 320); // a hop of the path table on one line
     }
     UpdateShown();
     m_pTextEdit->setPlainText(m_Text);

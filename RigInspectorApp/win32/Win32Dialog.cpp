@@ -369,6 +369,8 @@ Win32DetailsView::~Win32DetailsView()
         ::DestroyWindow(m_hWindow);
     if (m_hFont != nullptr)
         ::DeleteObject(m_hFont);
+    if (m_hTextFont != nullptr)
+        ::DeleteObject(m_hTextFont);
 }
 
 void Win32DetailsView::OnDialogDpiChanged(const RECT& rect, HFONT hFont)
@@ -509,14 +511,24 @@ LRESULT CALLBACK Win32DetailsView::WindowProc(HWND hWnd, UINT message, WPARAM wP
     if (message == WM_DPICHANGED && pThis != nullptr)
     {
         const UINT dpi = HIWORD(wParam);
-        if (const HFONT hFont = ScaleFont(pThis->m_hFont, pThis->m_FontDpi, dpi))
+        const HFONT hFont = ScaleFont(pThis->m_hFont, pThis->m_FontDpi, dpi);
+        const HFONT hTextFont = ScaleFont(pThis->m_hTextFont, pThis->m_FontDpi, dpi);
+        if (hFont != nullptr && hTextFont != nullptr)
         {
-            for (HWND hChild :
-                 {pThis->GetText(), ::GetDlgItem(hWnd, kSaveButtonId), ::GetDlgItem(hWnd, kOpenButtonId)})
+            for (HWND hChild : {::GetDlgItem(hWnd, kSaveButtonId), ::GetDlgItem(hWnd, kOpenButtonId)})
                 ::SendMessageW(hChild, WM_SETFONT, reinterpret_cast<WPARAM>(hFont), TRUE);
+            ::SendMessageW(pThis->GetText(), WM_SETFONT, reinterpret_cast<WPARAM>(hTextFont), TRUE);
             ::DeleteObject(pThis->m_hFont);
+            ::DeleteObject(pThis->m_hTextFont);
             pThis->m_hFont = hFont;
+            pThis->m_hTextFont = hTextFont;
             pThis->m_FontDpi = dpi;
+        }
+        else
+        {
+            for (const HFONT h : {hFont, hTextFont})
+                if (h != nullptr)
+                    ::DeleteObject(h);
         }
         const RECT& r = *reinterpret_cast<const RECT*>(lParam);
         ::SetWindowPos(hWnd, nullptr, r.left, r.top, r.right - r.left, r.bottom - r.top,
@@ -539,19 +551,21 @@ void Win32DetailsView::OpenWindow()
         wc.hCursor = ::LoadCursorW(nullptr, IDC_ARROW);
         wc.lpszClassName = kDetailsClass;
         ::RegisterClassW(&wc); // fails harmlessly once registered
-        // 480 by 240 at 96 DPI, on the dialog's monitor.
+        // 640 by 280 at 96 DPI, on the dialog's monitor: a hop of the path
+        // table on one line.
         const UINT dpi = WindowDpi(m_hButton);
         m_hWindow =
             ::CreateWindowExW(0, kDetailsClass, L"Rig Inspector Details", WS_OVERLAPPEDWINDOW, CW_USEDEFAULT,
-                              CW_USEDEFAULT, ::MulDiv(480, static_cast<int>(dpi), 96),
-                              ::MulDiv(240, static_cast<int>(dpi), 96), nullptr, nullptr, hInstance, nullptr);
+                              CW_USEDEFAULT, ::MulDiv(640, static_cast<int>(dpi), 96),
+                              ::MulDiv(280, static_cast<int>(dpi), 96), nullptr, nullptr, hInstance, nullptr);
         if (m_hWindow == nullptr)
             return;
         // A font of its own: the dialog's may be replaced while this window lives.
         if (m_hFont == nullptr && m_hButton != nullptr)
         {
-            m_hFont =
-                ScaleFont(reinterpret_cast<HFONT>(::SendMessageW(m_hButton, WM_GETFONT, 0, 0)), dpi, dpi);
+            const auto hDialogFont = reinterpret_cast<HFONT>(::SendMessageW(m_hButton, WM_GETFONT, 0, 0));
+            m_hFont = ScaleFont(hDialogFont, dpi, dpi);
+            m_hTextFont = ScaleFont(hDialogFont, dpi, dpi, true);
             m_FontDpi = dpi;
         }
         const auto child = [this, hInstance](const wchar_t* cls, const wchar_t* text, DWORD style, int id)
@@ -563,6 +577,7 @@ void Win32DetailsView::OpenWindow()
             return hChild;
         };
         m_hText = child(L"EDIT", L"", WS_VSCROLL | ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL, 1);
+        ::SendMessageW(m_hText, WM_SETFONT, reinterpret_cast<WPARAM>(m_hTextFont), FALSE);
         child(L"BUTTON", L"Save report\u2026", WS_TABSTOP | BS_PUSHBUTTON, kSaveButtonId);
         child(L"BUTTON", L"Open in browser", WS_TABSTOP | BS_PUSHBUTTON, kOpenButtonId);
         // Sized messages from now on reach the view.

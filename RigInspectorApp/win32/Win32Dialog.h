@@ -56,8 +56,10 @@ private:
     std::wstring m_Text;
     bool m_bHasSections = false;
     std::function<std::string()> m_RenderBundle;
-    /// The window's own font, made for the DPI it is shown at.
+    /// The window's own fonts, made for the DPI it is shown at: the buttons',
+    /// and a fixed-pitch one for the text, whose tables are laid out in columns.
     HFONT m_hFont = nullptr;
+    HFONT m_hTextFont = nullptr;
     UINT m_FontDpi = USER_DEFAULT_SCREEN_DPI;
 };
 

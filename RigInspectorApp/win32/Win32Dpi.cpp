@@ -76,12 +76,18 @@ HICON LoadIconForDpi(HINSTANCE hInstance, int nId, bool bSmall, UINT dpi)
     return static_cast<HICON>(::LoadImageW(hInstance, MAKEINTRESOURCEW(nId), IMAGE_ICON, nSize, nSize, 0));
 }
 
-HFONT ScaleFont(HFONT hFont, UINT fromDpi, UINT toDpi)
+HFONT ScaleFont(HFONT hFont, UINT fromDpi, UINT toDpi, bool bFixedPitch)
 {
     LOGFONTW font{};
     if (hFont == nullptr || ::GetObjectW(hFont, sizeof font, &font) == 0)
         return nullptr;
     font.lfHeight = ::MulDiv(font.lfHeight, static_cast<int>(toDpi), static_cast<int>(fromDpi));
     font.lfWidth = ::MulDiv(font.lfWidth, static_cast<int>(toDpi), static_cast<int>(fromDpi));
+    if (bFixedPitch)
+    {
+        font.lfWidth = 0;
+        font.lfPitchAndFamily = FIXED_PITCH | FF_MODERN;
+        ::lstrcpynW(font.lfFaceName, L"Courier New", LF_FACESIZE);
+    }
     return ::CreateFontIndirectW(&font);
 }

@@ -25,5 +25,6 @@ RECT DialogRectToPixels(int x, int y, int cx, int cy, SIZE baseUnits);
 /// The icon resource at the size the system wants for dpi (big or small).
 HICON LoadIconForDpi(HINSTANCE hInstance, int nId, bool bSmall, UINT dpi);
 
-/// A copy of the font at another DPI (its height scaled).
-HFONT ScaleFont(HFONT hFont, UINT fromDpi, UINT toDpi);
+/// A copy of the font at another DPI (its height scaled); with bFixedPitch,
+/// the same size in a fixed-pitch face, for text laid out in columns.
+HFONT ScaleFont(HFONT hFont, UINT fromDpi, UINT toDpi, bool bFixedPitch = false);

@@ -2,9 +2,9 @@
 # rig_inspector_cli --extended across a namespace chain: client - home router
 # - provider's router - server, with nftables losing 40 % of what the
 # provider's router forwards to the server. Unsolicited datagrams still reach
-# the game port, so the advice must say the loss is no port-forwarding matter;
-# where the path report is in the JSON, it must place the loss beyond the home
-# network. Needs root.
+# the game port, so the advice must say the loss is no port-forwarding matter,
+# and the path report must place the loss at hop 3, beyond the home network.
+# Needs root.
 #   advice_chain_e2e.sh RIG_INSPECTOR_CLI RIG_TEST_SERVER
 set -eu
 CLI=$(realpath "$1")
@@ -100,11 +100,14 @@ assert "port forwarding will not help" in a["text"], a["text"]
 assert a["evidence"]["inbound_reached"] is True, a
 severities = [x["severity"] for x in j["advice"]]
 assert severities == sorted(severities, key=["problem", "warning", "info"].index), severities
-path = j["extended"].get("path")
-if path:  # the path tracer's report: the loss begins past both routers' home side
-    beyond = advice.get("loss_starts_beyond_home_network")
-    assert beyond is not None, (list(advice), path)
-    assert beyond["evidence"]["hop_address"] not in ("198.18.0.1", "no answer"), beyond
-    assert "beyond your home network" in a["text"], a["text"]
-    assert "loss_starts_in_home_network" not in advice, list(advice)
+# The path report: the provider's router forwards with loss towards the
+# server, but its own answers (hop 2) never cross that link, so the loss
+# begins at hop 3, the server, beyond the home network.
+path = j["extended"]["path"]
+assert path["reached"] and path["loss_starts_at_hop"] == 3, path
+beyond = advice.get("loss_starts_beyond_home_network")
+assert beyond is not None, (list(advice), path)
+assert beyond["evidence"]["hop_address"] == "198.18.2.2", beyond
+assert "beyond your home network" in a["text"], a["text"]
+assert "loss_starts_in_home_network" not in advice, list(advice)
 PY
