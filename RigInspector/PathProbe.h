@@ -31,7 +31,8 @@ public:
     virtual ~PathProbe() = default;
     /// target: IPv4, host order.
     virtual std::optional<PathProbeError> Open(std::uint32_t target) = 0;
-    /// False when the probe could not leave (it still counts as sent and lost).
+    /// False when the probe could not leave (a full queue, say): it is not
+    /// counted, and the tracer sends it again later.
     virtual bool Send(int ttl, std::uint16_t seq) = 0;
     /// Waits for answers until `until` at most; returns as soon as any came.
     virtual std::vector<PathProbeAnswer> Receive(std::chrono::steady_clock::time_point until) = 0;

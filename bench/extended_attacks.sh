@@ -17,7 +17,7 @@
 # usage: extended_attacks.sh [--check] [build dir]
 # With --check (the fault suite), exits 1 unless every honest run kept its
 # figures (loss within a point of the baseline's, both directions measured,
-# a grade) or said cleanly that the server was busy, within its 12 s, no
+# a grade) or said cleanly that the server was busy, within its 15 s, no
 # cookie was ever guessed, the echo flood got no more than a session's pace,
 # and every crowd player was measured.
 # Throughput and latency against the unattacked run are printed ("within
@@ -130,6 +130,11 @@ scenario() {
 # against_baseline <name>: each figure as a share of the unattacked run's,
 # and whether all stay within 10 % (latency: no more than 10 % higher).
 against_baseline() {
+    case $1 in crowd*)
+        echo "one player of a crowd on the same cores: its figures are its share"
+        return 0
+        ;;
+    esac
     if [ "$(field "$1" busy)" = true ]; then
         echo "told busy (retry later), no figure"
         return 0
@@ -159,7 +164,7 @@ judge() {
     bCrowd=0
     case $n in crowd*) bCrowd=1 ;; esac
     duration=$(field "$n" duration_ms)
-    [ "$duration" != null ] && [ "$duration" -le 12000 ] || fail "$n" "the extended step took ${duration} ms"
+    [ "$duration" != null ] && [ "$duration" -le 15000 ] || fail "$n" "the extended step took ${duration} ms"
     if [ "$(field "$n" failure)" != null ] || [ "$(field "$n" busy)" = true ]; then
         [ "$(field "$n" busy)" = true ] || fail "$n" "failed without saying busy: $(field "$n" failure)"
         return 0
