@@ -6,7 +6,9 @@
 # usage: wine_xvfb_run.sh <prefix> smoke_wine.sh <rig_inspector.exe> <rig_test_server> <output dir>
 # Run 1: the whole check sequence, a screenshot of each dialog, Next, then
 # Accept writes ../game/option.ini with the four keys. Run 2: Next, then
-# Cancel (Esc) quits without touching option.ini. Every wait is bounded.
+# Cancel (Esc) quits without touching option.ini. Run 3: Accept updates an
+# existing option.ini. Run 4: a refused write is kept in the history. Every
+# wait is bounded.
 set -eu
 EXE=$(realpath "$1")
 SERVER=$2
@@ -107,4 +109,27 @@ printf '[video]\nshadow=#\naudience=#\nevent_screen=#\nchar_lod=#\n\n[audio]\nvo
 sed 's/=[01]$/=#/' "$OPTIONS" | cmp -s - "$WORK/expected.ini" ||
     { echo "Accept did not update the existing option.ini"; cat "$OPTIONS"; exit 1; }
 [ "$(ls -A "$WORK/root/game")" = option.ini ] || { echo "game/ holds:"; ls -A "$WORK/root/game"; exit 1; }
+
+# Run 4: a game folder the player may not write (a read-only mount: Wine has
+# no ACLs, and the test runs as root), Next at once, then Accept. The dialog
+# keeps its silence, and the run's history says what could not be written and
+# where, for the next run's details and the bundle.
+export RIG_INSPECTOR_STATE_DIR="$WORK/state"
+printf '[video]\nshadow=7\n' >"$OPTIONS"
+cp "$OPTIONS" "$WORK/before.ini"
+mount --bind "$WORK/root/game" "$WORK/root/game"
+mount -o remount,bind,ro "$WORK/root/game"
+start
+WID=$(window "$MAIN")
+[ -n "$WID" ] || { echo "main dialog did not appear (run 4)"; exit 1; }
+key "$WID" Return
+CID=$(window "$CONFIG")
+[ -n "$CID" ] || { echo "graphic configuration did not appear (run 4)"; exit 1; }
+key "$CID" Return
+finished
+umount "$WORK/root/game"
+cmp -s "$OPTIONS" "$WORK/before.ini" || { echo "a refused write changed option.ini"; exit 1; }
+jq -e 'select(.diagnostics[]? | .code == "options_write_failed" and (.message | contains("option.ini")))' \
+    "$WORK/state/history.jsonl" >/dev/null 2>&1 ||
+    { echo "the history does not record the refused write:"; cat "$WORK/state/history.jsonl" 2>&1; exit 1; }
 echo "smoke: passed"

@@ -11,7 +11,8 @@
 # report goes through the control, zoomed to 150 %, every loaded stream is
 # whole and well formed, scrolling goes to the bottom, and keys reach the
 # control through TranslateAccelerator. Run 2, the document
-# class not creatable: the RichEdit view, the control never activated.
+# class not creatable: the RichEdit view, the control never activated. Run 3,
+# no WebBrowser class: the RichEdit view, the stand-in never loaded.
 set -eu
 EXE=$(realpath "$1")
 DLL=$(realpath "$2")
@@ -153,4 +154,11 @@ start "$WORK/run2"
 leave
 grep -q '^create WebBrowser' "$LOG/events.log" || fail "run 2: the control was not even tried"
 ! grep -qE '^(doverb|navigate|load)' "$LOG/events.log" || fail "run 2: the control was used without a document class"
+
+# Run 3: no WebBrowser class at all: the RichEdit view, the stand-in never
+# loaded, and the program runs and quits as usual.
+unregister "$BROWSER"
+start "$WORK/run3"
+leave
+! grep -q '^create' "$LOG/events.log" 2>/dev/null || fail "run 3: an unregistered control was created"
 echo "browser view: passed"
