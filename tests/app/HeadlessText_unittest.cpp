@@ -32,8 +32,6 @@ TEST(ReportText, ReportFragmentsBecomeReadableLines)
         {{u"<a href=\"http://a.example/\" target=_blank>", u"http://a.example/", u"</a>."},
          "http://a.example/.\n"},
         {{u"&lt;b&gt; &amp; &#65;&#x42;&nbsp;&quot;&bogus; R&D 50%"}, "<b> & AB \"&bogus; R&D 50%\n"},
-        // Tags and entities split across fragments are held until whole.
-        {{u"a<fo", u"nt color=red>b</font><b", u"r>c&am", u"p;d"}, "ab\nc&d\n"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(Plain(c.fragments), c.text);

@@ -47,6 +47,7 @@ void Make(const TempDir& root, const std::string& path, const char* text = nullp
         TempDir::Write(root.File(path), text);
 }
 
+// The card with video memory of its own, named, with its size past 4 GiB.
 TEST(DrmVideoMemory, ReadsTheFirstCardWithVram)
 {
     TempDir root;
@@ -54,14 +55,22 @@ TEST(DrmVideoMemory, ReadsTheFirstCardWithVram)
     EXPECT_FALSE(ReadDrmVideoMemory(root.Path(), total, free));
     EXPECT_EQ(total, 0u);
 
-    Make(root, "card0/device/x");                               // an integrated GPU without VRAM figures
+    Make(root, "card0/device/vendor", "0x8086\n");              // an integrated GPU without VRAM figures
     Make(root, "card10/device/mem_info_vram_total", "1000\n");  // sorted after card1
     Make(root, "card1-DP-1/device/mem_info_vram_total", "5\n"); // a connector, not a card
+    Make(root, "card1/device/vendor", "0x1002\n");
+    Make(root, "card1/device/product_name", "Radeon RX 7900 XTX\n");
     Make(root, "card1/device/mem_info_vram_total", "17179869184\n");
     Make(root, "card1/device/mem_info_vram_used", "1073741824\n");
-    ASSERT_TRUE(ReadDrmVideoMemory(root.Path(), total, free));
+    GpuInfo gpu;
+    ASSERT_TRUE(ReadDrmVideoMemory(root.Path(), total, free, &gpu));
     EXPECT_EQ(total, 17179869184u);
     EXPECT_EQ(free, 16106127360u);
+    EXPECT_EQ(gpu.name, "Radeon RX 7900 XTX");
+    EXPECT_EQ(gpu.vendor, "AMD");
+    EXPECT_EQ(gpu.memoryBytes, 17179869184u);
+    EXPECT_FALSE(gpu.integrated);
+    EXPECT_EQ(GpuVendorName(0x1234), "0x1234");
 }
 
 // Without a GPU node the driver probe is skipped; each kind of node enables it.

@@ -114,10 +114,7 @@ TEST_F(ExtendedServiceTest, FaultFlagsApplyToTheProbes)
     ASSERT_TRUE(stats);
     EXPECT_EQ(stats->seq, 6u); // dropped echoes were still counted: downstream loss
 }
-} // namespace
 
-namespace
-{
 constexpr std::uint16_t kMetricsPort = 9995;
 
 // Reads one record from a stream, or nothing when none comes in time.
