@@ -148,16 +148,17 @@ TEST(Win32Dpi, TheMainDialogLaysItselfOutAgainAtTheNewDpiAndBack)
         EXPECT_EQ(FontHeight(hNext), nFontBefore);
         EXPECT_EQ(IconWidth(hDlg, ICON_SMALL), nSmallBefore);
 
-        // The details window: 480 x 240 at 96 DPI, and its own DPI changes.
+        // The details window: 640 x 280 at 96 DPI, and its own DPI changes
+        // (to a rect the system suggests, inside the 1024 x 768 test screen).
         pDetails->SetDetails({{u"Diagnostics", {u"Port 20000 is held by process 42 (game.exe)."}}});
         pDetails->OpenWindow();
         RECT details{};
         ::GetWindowRect(pDetails->GetWindow(), &details);
-        EXPECT_EQ(details.right - details.left, ::MulDiv(480, static_cast<int>(dpi), 96));
-        EXPECT_EQ(details.bottom - details.top, ::MulDiv(240, static_cast<int>(dpi), 96));
+        EXPECT_EQ(details.right - details.left, ::MulDiv(640, static_cast<int>(dpi), 96));
+        EXPECT_EQ(details.bottom - details.top, ::MulDiv(280, static_cast<int>(dpi), 96));
         const LONG nTextFont = FontHeight(pDetails->GetText());
-        const RECT moved{10, 10, 10 + 2 * (details.right - details.left),
-                         10 + 2 * (details.bottom - details.top)};
+        const RECT moved{10, 10, 10 + 3 * (details.right - details.left) / 2,
+                         10 + 3 * (details.bottom - details.top) / 2};
         SendDpiChanged(pDetails->GetWindow(), 2 * dpi, moved);
         ::GetWindowRect(pDetails->GetWindow(), &details);
         EXPECT_TRUE(::EqualRect(&details, &moved));
