@@ -42,6 +42,6 @@ tc qdisc del dev lo root
 
 timeout -k 5 60 chromium --headless=new --no-sandbox --disable-gpu --disable-background-networking \
     --disable-component-update --disable-sync --no-first-run --user-data-dir="$WORK/profile" --hide-scrollbars \
-    --window-size=1100,3900 --screenshot="$OUT" "file://$WORK/bundle.html" >/dev/null 2>&1
+    --window-size=1100,5200 --screenshot="$OUT" "file://$WORK/bundle.html" >/dev/null 2>&1
 cp "$WORK/bundle.html" "${OUT%.png}.html"
 echo "bundle_screenshot: $OUT ($(wc -c <"$WORK/bundle.html") bytes of bundle)"
