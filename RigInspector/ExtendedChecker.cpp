@@ -10,6 +10,7 @@
 #include <asio/steady_timer.hpp>
 #include <asio/write.hpp>
 #include <chrono>
+#include <cmath>
 #include <memory>
 #include <random>
 
@@ -18,6 +19,28 @@
 
 using extended::Message;
 using extended::Type;
+
+int InboundTries(std::optional<double> lossUpPercent)
+{
+    constexpr int kFew = 3, kMost = 10;
+    if (!lossUpPercent)
+        return kMost;
+    const double q = *lossUpPercent / 100.0;
+    if (q <= 0.0)
+        return kFew;
+    if (q >= 1.0)
+        return kMost;
+    return std::clamp(static_cast<int>(std::ceil(std::log(0.001) / std::log(q))), kFew, kMost);
+}
+
+std::optional<bool> InboundVerdict(bool bArrived, int sent, std::optional<double> lossUpPercent)
+{
+    if (bArrived)
+        return true;
+    if (!lossUpPercent || std::pow(*lossUpPercent / 100.0, sent) > 0.001)
+        return std::nullopt;
+    return false;
+}
 
 namespace
 {
@@ -310,12 +333,25 @@ private:
         {
             Report("inbound");
             m_InboundNonce = m_Random() | 1;
-            for (int i = 0; i < 3 && !m_bInbound && Clock::now() < m_Deadline; ++i)
+            const int tries = InboundTries(result.lossUpPercent);
+            int sent = 0;
+            while (sent < tries && !m_bInbound && Clock::now() < m_Deadline)
             {
                 Send({Type::InboundRequest, m_Cookie, 0, m_InboundNonce});
-                RunUntil([this] { return m_bInbound; }, std::min(m_Deadline, Clock::now() + Millis(300)));
+                // Any later wait still takes an earlier request's answer, so
+                // only the last waits a whole 300 ms.
+                const Millis wait = ++sent == tries ? Millis(300) : Millis(120);
+                RunUntil([this] { return m_bInbound; }, std::min(m_Deadline, Clock::now() + wait));
             }
-            result.inboundReached = m_bInbound;
+            result.inboundReached = InboundVerdict(m_bInbound, sent, result.lossUpPercent);
+            if (!result.inboundReached)
+            {
+                result.inboundUnknown = true;
+                result.notes.push_back({"extended_inbound_unknown",
+                                        "No unsolicited datagram reached the game port, but so many packets "
+                                        "to the server were lost that the requests for it may all have "
+                                        "been: whether port forwarding is needed is not known."});
+            }
         }
     }
 

@@ -5,6 +5,7 @@
 // blocking, within budgetMs.
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "ExtendedResult.h"
@@ -23,6 +24,16 @@ struct ExtendedSettings
     std::uint32_t budgetMs = 11500;
     std::string localAddress; // IPv4 to send from; empty: the system's choice
 };
+
+/// How often to ask for the unsolicited datagram: enough that, at the
+/// measured upstream loss, every request is lost at most once in a thousand
+/// runs (3 to 10; 10 when that loss is not known).
+int InboundTries(std::optional<double> lossUpPercent);
+
+/// What the inbound test may say after sent requests: reached when the
+/// datagram came; not reached only when losing every request on the way was
+/// unlikely (under one in a thousand); otherwise not known.
+std::optional<bool> InboundVerdict(bool bArrived, int sent, std::optional<double> lossUpPercent);
 
 class ExtendedChecker
 {

@@ -182,7 +182,12 @@ std::vector<ExtendedSection> ExtendedDetails(const ExtendedResult& r)
                  Rate(r.uploadKBs).c_str(), r.streams, r.phaseMs / 1000.0)}});
     out.back().lines.insert(out.back().lines.end(), throughputNotes.begin(), throughputNotes.end());
     std::string inbound;
-    if (!r.inboundReached)
+    if (!r.inboundReached && r.inboundUnknown)
+        inbound =
+            Format("Whether unsolicited datagrams reach UDP port %u is not known: the requests for them "
+                   "may all have been lost",
+                   r.gamePort);
+    else if (!r.inboundReached)
         inbound = Format("UDP port %u was busy here: not tested", r.gamePort);
     else if (*r.inboundReached)
         inbound = Format("Unsolicited datagrams reach UDP port %u: no port forwarding needed", r.gamePort);

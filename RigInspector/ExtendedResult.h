@@ -38,7 +38,8 @@ struct ExtendedResult
     std::optional<double> uploadKBs, downloadKBs; // KB = 1,024 bytes
 
     std::uint16_t gamePort = 0;
-    std::optional<bool> inboundReached; // nothing: the game port was busy here
+    std::optional<bool> inboundReached; // nothing: the game port was busy here, or inboundUnknown
+    bool inboundUnknown = false;        // tested, but every request may have been lost on the way
 
     std::optional<PathReport> path; // nothing: the path was not traced
 

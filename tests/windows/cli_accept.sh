@@ -10,13 +10,8 @@
 set -euo pipefail
 wine_run=$1 prefix=$2 linux_server=$3 windows_cli=$4
 
-if [ "${RIG_CLI_ACCEPT_INSIDE:-}" != 1 ]; then
-    "$wine_run" "$prefix" --prepare
-    RIG_CLI_ACCEPT_INSIDE=1 exec unshare --net --mount "$0" "$@"
-fi
-
 . "$(dirname "$0")/wine_private_server.sh"
-export WINEPREFIX=$prefix WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
+wine_namespace "$0" "$@"
 work=$(mktemp -d)
 server=
 cleanup() {

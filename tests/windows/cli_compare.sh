@@ -10,14 +10,8 @@
 set -euo pipefail
 wine_run=$1 prefix=$2 linux_cli=$3 linux_server=$4 windows_cli=$5
 
-if [ "${RIG_CLI_COMPARE_INSIDE:-}" != 1 ]; then
-    "$wine_run" "$prefix" --prepare
-    RIG_CLI_COMPARE_INSIDE=1 exec unshare --net --mount "$0" "$@"
-fi
-
-# Inside: a wineserver of this namespace's own.
 . "$(dirname "$0")/wine_private_server.sh"
-export WINEPREFIX=$prefix WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
+wine_namespace "$0" "$@"
 work=$(mktemp -d)
 server=
 cleanup() {

@@ -7,13 +7,8 @@
 set -euo pipefail
 wine_run=$1 prefix=$2 host_build=$3 windows_cli=$4
 
-if [ "${RIG_ATTACKS_WINE_INSIDE:-}" != 1 ]; then
-    "$wine_run" "$prefix" --prepare
-    RIG_ATTACKS_WINE_INSIDE=1 exec unshare --net --mount "$0" "$@"
-fi
-
 . "$(dirname "$0")/wine_private_server.sh"
-export WINEPREFIX=$prefix WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
+wine_namespace "$0" "$@"
 trap 'wineserver -k 2>/dev/null || true' EXIT
 wine_private_server
 # The attacks that meet a client's own session; the crowd and the cookie

@@ -8,13 +8,8 @@
 set -euo pipefail
 wine_run=$1 prefix=$2 attack=$3 windows_cli=$4
 
-if [ "${RIG_EXTENDED_REFUSED_INSIDE:-}" != 1 ]; then
-    "$wine_run" "$prefix" --prepare
-    RIG_EXTENDED_REFUSED_INSIDE=1 exec unshare --net --mount "$0" "$@"
-fi
-
 . "$(dirname "$0")/wine_private_server.sh"
-export WINEPREFIX=$prefix WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
+wine_namespace "$0" "$@"
 work=$(mktemp -d)
 server=
 cleanup() {

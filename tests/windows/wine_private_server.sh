@@ -1,4 +1,5 @@
-# Sourced inside a fresh network and mount namespace: gives the prefix
+# Sourced by the Wine tests that need a network of their own. Inside a fresh
+# network and mount namespace, wine_private_server gives the prefix
 # ($WINEPREFIX) a wineserver of this namespace's own. Wine's sockets belong to
 # its server, so a server started outside would make the program see the
 # host's loopback. Clients find the server through a folder under /tmp (the
@@ -24,4 +25,19 @@ wine_private_server() {
     fi
     # Warm it: the first program start brings up Wine's services.
     wine cmd /c exit </dev/null >/dev/null 2>&1
+}
+
+# wine_namespace SCRIPT WINE_RUN PREFIX [ARGS...], as `wine_namespace "$0" "$@"`
+# from a test whose first two arguments are the Wine runner and the prefix:
+# the first time, it readies the prefix and runs the test again, with the same
+# arguments, in a network and mount namespace of its own (and does not return);
+# inside, it sets Wine's environment for the prefix.
+wine_namespace() {
+    local script=$1 run=$2 prefix=$3
+    shift
+    if [ "${RIG_WINE_NAMESPACE:-}" != 1 ]; then
+        "$run" "$prefix" --prepare
+        RIG_WINE_NAMESPACE=1 exec unshare --net --mount "$script" "$@"
+    fi
+    export WINEPREFIX=$prefix WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
 }
